@@ -1,0 +1,54 @@
+// SyncConfigMgr: the package configuration, read from
+// $ZEMO_ROOT/var/packages/ZemoraOrvel/target/etc/orvel.conf (a JSON object).
+// Every key is optional; docs/configuration.md lists keys and defaults.
+// Paths in the file may start with "$ZEMO_ROOT", which is expanded.
+// Objects are plain values; reading is not cached across processes.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace orvel {
+struct TpxShare {
+  std::string name;                 // e.g. "public"
+  std::string path;                 // absolute path on the server
+  std::vector<std::string> users;   // who may import from it; "*" = everyone
+};
+}  // namespace orvel
+
+class SyncConfigMgr {
+ public:
+  // Reads the configuration file; a missing file gives the defaults.
+  // Returns 0, or -1 when the file exists but is not a valid JSON object.
+  int Init();
+
+  std::string GetConfigPath() const;       // the orvel.conf path
+  std::string GetWorkingDirPath() const;   // <target>/var
+  std::string GetDataDirPath() const;      // $ZEMO_ROOT/volume1/ZemoraOrvel
+  std::string GetDbConnectParam() const;   // sqlite: folder of the databases (<data>/@db)
+  std::string GetDBBackendString() const;  // "sqlite" or "postgresql"
+  std::string GetSystemRepoLocation() const;  // = data folder
+  std::string GetSysShareBin() const;         // = data folder (its @tmp is the temp dir)
+  std::string GetSocketPath() const;          // resolved "/tmp/cloud-syncservice"
+  std::string GetWebAccount() const;          // "www-data"; "" = do not switch
+  uint64_t GetUploadMaxBytes() const;         // 0 = unlimited
+  unsigned GetSessionIdleSeconds() const;     // 3600
+  unsigned GetSessionMaxSeconds() const;      // 604800
+  unsigned GetWorkerThreads() const;          // 2
+  const std::vector<orvel::TpxShare>& GetTpxShares() const { return tpx_shares_; }
+
+  // The database files of the sqlite back-end.
+  std::string GetSyncDbPath() const;   // <connect>/sync.db
+  std::string GetUserDbPath() const;   // <connect>/users.db
+  std::string GetLogDbPath() const;    // <connect>/log.db
+
+ private:
+  std::string working_dir_, data_dir_, db_connect_, db_backend_ = "sqlite", web_account_ = "www-data";
+  uint64_t upload_max_ = 0;
+  unsigned idle_ = 3600, max_ = 604800, workers_ = 2;
+  std::vector<orvel::TpxShare> tpx_shares_;
+};
+
+// Reads the configuration into *conf; 0 or -1 as SyncConfigMgr::Init.
+int SyncGetConf(SyncConfigMgr* conf);

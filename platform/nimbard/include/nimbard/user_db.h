@@ -1,0 +1,87 @@
+// UserDb: the NAS user database (users, groups, sessions), SQLite in WAL mode
+// at SyncConfigMgr::GetUserDbPath(). Shared by the web framework (login,
+// sessions), the module (UserManager), the daemon (owners, groups) and
+// orvelctl. Passwords are argon2id hashes (libsodium). One object per thread.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "nimbard/status.h"
+
+struct sqlite3;
+
+namespace orvel {
+
+struct UserRecord {
+  uint32_t uid = 0;
+  std::string name;
+  std::string display_name;
+  bool admin = false;
+  bool enabled = true;         // enabled in the package
+  bool system_enabled = true;  // enabled on the NAS operating system
+  bool expired = false;
+  bool app_privilege = true;   // may use the package's application
+  std::vector<std::string> groups;
+};
+
+struct SessionRecord {
+  std::string sid;
+  std::string token;
+  std::string user;
+  int64_t created = 0;
+  int64_t last_seen = 0;
+  bool timed_out = false;  // idle or absolute time-out passed
+};
+
+class UserDb {
+ public:
+  // Opens (creating schema as needed) the database at path.
+  static Status Open(const std::string& path, std::unique_ptr<UserDb>* out);
+  ~UserDb();
+  UserDb(const UserDb&) = delete;
+  UserDb& operator=(const UserDb&) = delete;
+
+  Status AddUser(const std::string& name, const std::string& password, bool admin,
+                 UserRecord* out);  // kErrNameExists if taken; uids from 1026
+  Status SetPassword(const std::string& name, const std::string& password);
+  // field: "admin", "enabled", "system_enabled", "expired", "app_privilege".
+  Status SetFlag(const std::string& name, const std::string& field, bool value);
+  Status SetDisplayName(const std::string& name, const std::string& display);
+  Status GetUser(const std::string& name, UserRecord* out);  // kErrNotFound
+  Status GetUserByUid(uint32_t uid, UserRecord* out);
+  Status ListUsers(std::vector<UserRecord>* out);
+  // kErrPermission when the name is unknown or the password does not match.
+  Status CheckPassword(const std::string& name, const std::string& password, UserRecord* out);
+
+  Status AddGroup(const std::string& group);
+  Status AddGroupMember(const std::string& group, const std::string& user);
+
+  // Sessions: random 32-byte ids and tokens (hex).
+  Status CreateSession(const std::string& user, SessionRecord* out);
+  // Finds a session; marks timed_out (and does not refresh) when the idle or
+  // absolute limit passed, else refreshes last_seen. kErrNotFound if unknown.
+  Status LookupSession(const std::string& sid, unsigned idle_seconds, unsigned max_seconds,
+                       SessionRecord* out);
+  Status DeleteSession(const std::string& sid);
+  Status DeleteUserSessions(const std::string& user);
+
+ private:
+  explicit UserDb(sqlite3* db) : db_(db) {}
+  sqlite3* db_;
+};
+
+}  // namespace orvel
+
+// UserManager: the module-side facade over the process's user database.
+class UserManager {
+ public:
+  // backend "sqlite": conn is the database folder (users.db inside it).
+  static int Initialize(const std::string& conn, const std::string& backend);
+  static void Destroy();
+  static bool IsInitialized();
+  // 0 and *out filled, or -1 when unknown or not initialised.
+  static int GetUser(const std::string& name, orvel::UserRecord* out);
+};

@@ -1,0 +1,37 @@
+// The daemon's wire format: each message is a 4-byte big-endian length
+// followed by a msgpack body holding one PObject. Requests and answers are
+// maps (docs/wire.md lists the operations and their arguments).
+//
+// Functions here are stateless and thread-safe. Reads and writes retry EINTR
+// and honour the socket's own time-outs (SO_RCVTIMEO / SO_SNDTIMEO).
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "nimbard/pobject.h"
+#include "nimbard/status.h"
+
+namespace orvel::wire {
+
+constexpr int kProtocolVersion = 11061;
+constexpr uint32_t kMaxFrameBytes = 64u << 20;  // larger frames are refused
+
+// Serialises a PObject to msgpack.
+std::string Encode(const PObject& value);
+// Parses one msgpack value; kErrInvalidArgument for malformed input.
+Status Decode(const char* data, size_t len, PObject* out);
+
+// Writes one frame. kErrStorage with the errno text on failure.
+Status WriteFrame(int fd, const PObject& value);
+// Reads one frame. Returns kErrInvalidArgument for an oversized or malformed
+// frame, kErrBusy on time-out, kErrStorage for other I/O errors, and sets
+// *eof (when given) if the peer closed before the first byte.
+Status ReadFrame(int fd, PObject* out, bool* eof = nullptr);
+
+// Answer helpers: {"ok": true, "result": r} and {"ok": false, "error": {...}}.
+PObject OkAnswer(PObject result);
+PObject ErrorAnswer(const Status& st);
+
+}  // namespace orvel::wire

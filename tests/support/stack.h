@@ -1,0 +1,96 @@
+// TestStack: a private, complete stack for one test binary: a temp ZEMO_ROOT
+// with the configuration, the data folder, the module linked into the
+// framework's modules folder and the archiver at usr/bin/zip, the real
+// orvel-syncd on its socket, and helpers to run the real entry.cgi as lighttpd
+// would (CGI environment, body on stdin). Everything is removed when the
+// stack is destroyed. Not thread-safe.
+#pragma once
+
+#include <json/json.h>
+#include <sys/types.h>
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "nimbard/user_db.h"
+
+namespace orvel::test {
+
+// Paths of the built programs (from the build tree).
+std::string EntryCgiPath();
+std::string SyncdPath();
+std::string ModulePath();
+std::string OrvelctlPath();
+
+struct CgiResult {
+  int exit_code = -1;
+  std::string headers;  // the CGI header block as printed (without the blank line)
+  std::string body;
+  std::string err;      // stderr (log lines)
+  // Parses body as JSON (null when it is not JSON).
+  Json::Value Json() const;
+  // Value of the first header with that name (case-insensitive), "" if none.
+  std::string Header(const std::string& name) const;
+};
+
+struct CgiRequest {
+  std::string method = "POST";         // GET puts params in the query string
+  std::vector<std::pair<std::string, std::string>> params;  // raw text values
+  std::string content_type;            // set to send `body` as is
+  std::string body;
+  std::string cookie;                  // HTTP_COOKIE
+  std::string token_header;            // HTTP_X_ZEMO_TOKEN
+  std::string remote_addr = "127.0.0.1";
+};
+
+class TestStack {
+ public:
+  // Creates the root and starts the daemon; gtest-fails (fatal) on error.
+  static std::unique_ptr<TestStack> Start();
+  ~TestStack();
+
+  const std::string& root() const { return root_; }
+  std::string DataDir() const;     // <root>/volume1/ZemoraOrvel
+  std::string HomeDir(const std::string& user) const;  // <data>/homes/<user>
+  std::string SocketPath() const;
+
+  // Adds a user (password "secret" unless given) and returns its record.
+  UserRecord AddUser(const std::string& name, bool admin = false,
+                     const std::string& password = "secret");
+  // A fresh session for the user (sid and token).
+  SessionRecord Login(const std::string& user);
+  orvel::UserDb& Users();
+
+  // Runs entry.cgi once.
+  CgiResult Cgi(const CgiRequest& request) const;
+  // Calls ZEMO.ZemoraOrvel.Files `method` (version 1) as `user` ("" = no
+  // session). `params` values are JSON and are sent as JSON text. Returns
+  // the parsed envelope.
+  Json::Value Call(const std::string& user, const std::string& method,
+                   const Json::Value& params = Json::Value(Json::objectValue),
+                   unsigned version = 1) const;
+  // The same, returning the raw CGI result.
+  CgiResult CallRaw(const std::string& user, const std::string& method,
+                    const Json::Value& params = Json::Value(Json::objectValue),
+                    unsigned version = 1) const;
+
+  // Runs orvelctl with the stack's ZEMO_ROOT; returns the exit code and
+  // fills *out with stdout+stderr.
+  int Orvelctl(const std::vector<std::string>& args, std::string* out = nullptr) const;
+
+  void StartDaemon();
+  void StopDaemon();  // SIGTERM and wait
+  void KillDaemon();  // SIGKILL and wait
+  pid_t daemon_pid() const { return daemon_pid_; }
+
+ private:
+  TestStack() = default;
+  std::string root_;
+  pid_t daemon_pid_ = -1;
+  std::unique_ptr<orvel::UserDb> users_;
+  mutable std::map<std::string, SessionRecord> sessions_;
+};
+
+}  // namespace orvel::test
