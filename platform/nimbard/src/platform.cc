@@ -1,0 +1,139 @@
+// Platform facades: service state and freeze mode (asked of the daemon),
+// home-service and app-privilege support, base64, database managers and the
+// job-queue client.
+#include "nimbard/platform.h"
+
+#include <sodium.h>
+#include <sqlite3.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <mutex>
+
+#include "nimbard/nimbard.h"
+
+namespace {
+
+// A short-lived client for platform queries: no user, default time-out.
+int AskDaemon(const std::string& op, const PObject& args, PObject* result) {
+  Nimbard client;
+  client.SetServer("unix:/tmp/cloud-syncservice", 0);
+  client.SetServerVersion(11061);
+  client.SetTimeout(300);
+  return client.Call(op, args, result);
+}
+
+std::mutex g_db_mu;
+sqlite3* g_sync_db = nullptr;
+sqlite3* g_log_db = nullptr;
+
+int OpenDb(const std::string& path, int flags, sqlite3** out) {
+  sqlite3* db = nullptr;
+  if (sqlite3_open_v2(path.c_str(), &db, flags, nullptr) != SQLITE_OK) {
+    sqlite3_close(db);
+    return -1;
+  }
+  sqlite3_busy_timeout(db, 10000);
+  std::lock_guard<std::mutex> lock(g_db_mu);
+  sqlite3_close(*out);
+  *out = db;
+  return 0;
+}
+
+void CloseDb(sqlite3** db) {
+  std::lock_guard<std::mutex> lock(g_db_mu);
+  sqlite3_close(*db);
+  *db = nullptr;
+}
+
+}  // namespace
+
+int ServiceStatusGet(std::string& status, int /*flags*/) {
+  PObject result;
+  if (AskDaemon("status", PObject::MakeMap(), &result) < 0) return -1;
+  status = result["status"].asString();
+  return 0;
+}
+
+bool IsViewIdFreeze(int view_id) {
+  PObject args = PObject::MakeMap();
+  args["view_id"] = view_id;
+  PObject result;
+  if (AskDaemon("freeze_get", args, &result) < 0) return false;
+  return result["frozen"].asBool();
+}
+
+bool ServiceSupportAppPrivilege() { return true; }
+
+bool ServiceIsHomeServiceEnabled(int kind) { return kind == 0; }
+
+int EncBase64Dec(const char* in, unsigned in_len, char* out, unsigned* out_len) {
+  size_t bin_len = 0;
+  const char* end = nullptr;
+  if (sodium_base642bin(reinterpret_cast<unsigned char*>(out), static_cast<size_t>(in_len) * 3 / 4 + 1,
+                        in, in_len, nullptr, &bin_len, &end, sodium_base64_VARIANT_ORIGINAL) != 0 ||
+      end != in + in_len) {
+    return 0;
+  }
+  *out_len = static_cast<unsigned>(bin_len);
+  return 1;
+}
+
+std::string EncBase64Enc(const std::string& in) {
+  std::string out(sodium_base64_ENCODED_LEN(in.size(), sodium_base64_VARIANT_ORIGINAL), '\0');
+  sodium_bin2base64(out.data(), out.size(), reinterpret_cast<const unsigned char*>(in.data()),
+                    in.size(), sodium_base64_VARIANT_ORIGINAL);
+  out.resize(out.size() - 1);  // drop the NUL
+  return out;
+}
+
+namespace db {
+
+int Manager::InitTempFolder(const std::string& working_dir) {
+  std::string dir = working_dir + "/@dbtmp";
+  if (::mkdir(working_dir.c_str(), 0755) != 0 && errno != EEXIST) return -1;
+  if (::mkdir(dir.c_str(), 0700) != 0 && errno != EEXIST) return -1;
+  return 0;
+}
+
+int Manager::Initialize(const std::string& conn, const std::string& backend) {
+  if (backend != "sqlite") return -1;
+  return OpenDb(conn + "/sync.db", SQLITE_OPEN_READONLY, &g_sync_db);
+}
+
+void Manager::Destroy() { CloseDb(&g_sync_db); }
+
+int LogManager::Initialize(const std::string& conn, const std::string& backend,
+                           const std::string& /*repo_location*/) {
+  if (backend != "sqlite") return -1;
+  return OpenDb(conn + "/log.db", SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, &g_log_db);
+}
+
+void LogManager::Destroy() { CloseDb(&g_log_db); }
+
+}  // namespace db
+
+namespace zemoorvel::core::job_queue {
+
+int JobQueueClient::PushJob(const jobs::UnlinkJob& job, const PushOption& option) {
+  PObject args = PObject::MakeMap();
+  args["path"] = job.path();
+  args["priority"] = option.priority;
+  args["delay_seconds"] = option.delay_seconds;
+  PObject result;
+  return AskDaemon("job_push_unlink", args, &result) < 0 ? 1 : 0;
+}
+
+}  // namespace zemoorvel::core::job_queue
+
+namespace zemoorvel::db::job {
+
+JobManagerHolder& JobManagerHolder::Instance() {
+  static JobManagerHolder holder;
+  return holder;
+}
+
+// The job database lives in the daemon; the module holds no connection.
+void JobManagerHolder::Destroy() {}
+
+}  // namespace zemoorvel::db::job

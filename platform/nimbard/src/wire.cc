@@ -1,0 +1,185 @@
+// msgpack encoding of PObject values and length-prefixed framing on a socket.
+#include "nimbard/wire.h"
+
+#include <errno.h>
+#include <msgpack.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstring>
+
+namespace orvel::wire {
+namespace {
+
+void Pack(msgpack_packer* pk, const PObject& v) {
+  switch (v.type()) {
+    case PObject::Type::kNull: msgpack_pack_nil(pk); break;
+    case PObject::Type::kBool:
+      if (v.asBool()) msgpack_pack_true(pk); else msgpack_pack_false(pk);
+      break;
+    case PObject::Type::kInt: msgpack_pack_int64(pk, v.asInt64()); break;
+    case PObject::Type::kUInt: msgpack_pack_uint64(pk, v.asUInt64()); break;
+    case PObject::Type::kDouble: msgpack_pack_double(pk, v.asDouble()); break;
+    case PObject::Type::kString: {
+      const std::string& s = v.asString();
+      msgpack_pack_str(pk, s.size());
+      msgpack_pack_str_body(pk, s.data(), s.size());
+      break;
+    }
+    case PObject::Type::kArray:
+      msgpack_pack_array(pk, v.asArray().size());
+      for (const auto& e : v.asArray()) Pack(pk, e);
+      break;
+    case PObject::Type::kMap:
+      msgpack_pack_map(pk, v.asMap().size());
+      for (const auto& [k, e] : v.asMap()) {
+        msgpack_pack_str(pk, k.size());
+        msgpack_pack_str_body(pk, k.data(), k.size());
+        Pack(pk, e);
+      }
+      break;
+  }
+}
+
+bool Unpack(const msgpack_object& o, PObject* out) {
+  switch (o.type) {
+    case MSGPACK_OBJECT_NIL: *out = PObject(); return true;
+    case MSGPACK_OBJECT_BOOLEAN: *out = PObject(o.via.boolean); return true;
+    case MSGPACK_OBJECT_POSITIVE_INTEGER:
+      *out = PObject(static_cast<unsigned long long>(o.via.u64));
+      return true;
+    case MSGPACK_OBJECT_NEGATIVE_INTEGER:
+      *out = PObject(static_cast<long long>(o.via.i64));
+      return true;
+    case MSGPACK_OBJECT_FLOAT32:
+    case MSGPACK_OBJECT_FLOAT64: *out = PObject(o.via.f64); return true;
+    case MSGPACK_OBJECT_STR: *out = PObject(std::string(o.via.str.ptr, o.via.str.size)); return true;
+    case MSGPACK_OBJECT_BIN: *out = PObject(std::string(o.via.bin.ptr, o.via.bin.size)); return true;
+    case MSGPACK_OBJECT_ARRAY: {
+      PObject::Array a;
+      a.reserve(o.via.array.size);
+      for (uint32_t i = 0; i < o.via.array.size; ++i) {
+        a.emplace_back();
+        if (!Unpack(o.via.array.ptr[i], &a.back())) return false;
+      }
+      *out = PObject(std::move(a));
+      return true;
+    }
+    case MSGPACK_OBJECT_MAP: {
+      PObject::Map m;
+      for (uint32_t i = 0; i < o.via.map.size; ++i) {
+        const msgpack_object& k = o.via.map.ptr[i].key;
+        if (k.type != MSGPACK_OBJECT_STR) return false;
+        if (!Unpack(o.via.map.ptr[i].val, &m[std::string(k.via.str.ptr, k.via.str.size)])) {
+          return false;
+        }
+      }
+      *out = PObject(std::move(m));
+      return true;
+    }
+    default: return false;
+  }
+}
+
+// Reads exactly len bytes; 0 on success, else errno (0 read at start = EOF).
+int ReadFull(int fd, char* buf, size_t len, size_t* got) {
+  *got = 0;
+  while (*got < len) {
+    ssize_t n = ::read(fd, buf + *got, len - *got);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      return errno;
+    }
+    if (n == 0) return ECONNRESET;
+    *got += static_cast<size_t>(n);
+  }
+  return 0;
+}
+
+Status IoError(const char* op, int err) {
+  if (err == EAGAIN || err == EWOULDBLOCK) {
+    return Status(kErrBusy, std::string(op) + ": sync service timed out");
+  }
+  return Status(kErrBusy, std::string(op) + ": " + std::strerror(err));
+}
+
+}  // namespace
+
+std::string Encode(const PObject& value) {
+  msgpack_sbuffer sbuf;
+  msgpack_sbuffer_init(&sbuf);
+  msgpack_packer pk;
+  msgpack_packer_init(&pk, &sbuf, msgpack_sbuffer_write);
+  Pack(&pk, value);
+  std::string out(sbuf.data, sbuf.size);
+  msgpack_sbuffer_destroy(&sbuf);
+  return out;
+}
+
+Status Decode(const char* data, size_t len, PObject* out) {
+  msgpack_unpacked result;
+  msgpack_unpacked_init(&result);
+  size_t off = 0;
+  msgpack_unpack_return ret = msgpack_unpack_next(&result, data, len, &off);
+  bool ok = ret == MSGPACK_UNPACK_SUCCESS && off == len && Unpack(result.data, out);
+  msgpack_unpacked_destroy(&result);
+  if (!ok) return Status(kErrInvalidArgument, "malformed message");
+  return Status::OK();
+}
+
+Status WriteFrame(int fd, const PObject& value) {
+  std::string body = Encode(value);
+  if (body.size() > kMaxFrameBytes) return Status(kErrTooLargeToAnswer, "message too large");
+  uint32_t n = static_cast<uint32_t>(body.size());
+  std::string frame;
+  frame.reserve(4 + body.size());
+  frame.push_back(static_cast<char>(n >> 24));
+  frame.push_back(static_cast<char>(n >> 16));
+  frame.push_back(static_cast<char>(n >> 8));
+  frame.push_back(static_cast<char>(n));
+  frame += body;
+  size_t done = 0;
+  while (done < frame.size()) {
+    ssize_t w = ::send(fd, frame.data() + done, frame.size() - done, MSG_NOSIGNAL);
+    if (w < 0) {
+      if (errno == EINTR) continue;
+      return IoError("write", errno);
+    }
+    done += static_cast<size_t>(w);
+  }
+  return Status::OK();
+}
+
+Status ReadFrame(int fd, PObject* out, bool* eof) {
+  if (eof) *eof = false;
+  unsigned char hdr[4];
+  size_t got = 0;
+  int err = ReadFull(fd, reinterpret_cast<char*>(hdr), 4, &got);
+  if (err != 0) {
+    if (got == 0 && err == ECONNRESET && eof) *eof = true;
+    return IoError("read", err);
+  }
+  uint32_t n = (uint32_t{hdr[0]} << 24) | (uint32_t{hdr[1]} << 16) | (uint32_t{hdr[2]} << 8) | hdr[3];
+  if (n > kMaxFrameBytes) return Status(kErrInvalidArgument, "frame too large");
+  std::string body(n, '\0');
+  err = ReadFull(fd, body.data(), n, &got);
+  if (err != 0) return IoError("read", err);
+  return Decode(body.data(), body.size(), out);
+}
+
+PObject OkAnswer(PObject result) {
+  PObject a = PObject::MakeMap();
+  a["ok"] = true;
+  a["result"] = std::move(result);
+  return a;
+}
+
+PObject ErrorAnswer(const Status& st) {
+  PObject a = PObject::MakeMap();
+  a["ok"] = false;
+  a["error"]["code"] = st.code();
+  a["error"]["message"] = st.message();
+  return a;
+}
+
+}  // namespace orvel::wire

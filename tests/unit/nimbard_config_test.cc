@@ -1,0 +1,94 @@
+// Path resolution under ZEMO_ROOT, configuration defaults, base64 and hashing.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+
+#include "nimbard/file.h"
+#include "nimbard/platform.h"
+#include "nimbard/sync_config.h"
+#include "nimbard/zemo_root.h"
+
+namespace {
+
+class ConfigTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    char tmpl[] = "/tmp/orvel-conf-XXXXXX";
+    root_ = ::mkdtemp(tmpl);
+    ::setenv("ZEMO_ROOT", root_.c_str(), 1);
+  }
+  void TearDown() override {
+    File::Remove(root_);
+    ::unsetenv("ZEMO_ROOT");
+  }
+  void WriteConf(const std::string& text) {
+    std::string etc = root_ + "/var/packages/ZemoraOrvel/target/etc";
+    ::system(("mkdir -p " + etc).c_str());
+    std::ofstream(etc + "/orvel.conf") << text;
+  }
+  std::string root_;
+};
+
+TEST_F(ConfigTest, ResolvesFixedPathsUnderRoot) {
+  EXPECT_EQ(orvel::ZemoPath("/tmp/cloud-syncservice"), root_ + "/tmp/cloud-syncservice");
+  EXPECT_EQ(orvel::ResolveSocketAddress("unix:/tmp/cloud-syncservice"),
+            root_ + "/tmp/cloud-syncservice");
+  EXPECT_EQ(orvel::ZemoPath("relative/x"), "relative/x");
+  ::setenv("ZEMO_ROOT", "", 1);
+  EXPECT_EQ(orvel::ZemoPath("/etc/mime.types"), "/etc/mime.types");
+}
+
+TEST_F(ConfigTest, DefaultsWithoutFile) {
+  SyncConfigMgr conf;
+  ASSERT_EQ(conf.Init(), 0);
+  EXPECT_EQ(conf.GetDataDirPath(), root_ + "/volume1/ZemoraOrvel");
+  EXPECT_EQ(conf.GetUserDbPath(), root_ + "/volume1/ZemoraOrvel/@db/users.db");
+  EXPECT_EQ(conf.GetDBBackendString(), "sqlite");
+  EXPECT_EQ(conf.GetWebAccount(), "www-data");
+  EXPECT_EQ(conf.GetUploadMaxBytes(), 0u);
+}
+
+TEST_F(ConfigTest, ExpandsRootAndRejectsBrokenFile) {
+  WriteConf(R"({"data_dir": "$ZEMO_ROOT/srv/data", "upload_max_bytes": 1024,
+                "tpx_shares": [{"name": "pub", "path": "$ZEMO_ROOT/share", "users": ["*"]}]})");
+  SyncConfigMgr conf;
+  ASSERT_EQ(conf.Init(), 0);
+  EXPECT_EQ(conf.GetDataDirPath(), root_ + "/srv/data");
+  EXPECT_EQ(conf.GetDbConnectParam(), root_ + "/srv/data/@db");
+  EXPECT_EQ(conf.GetUploadMaxBytes(), 1024u);
+  ASSERT_EQ(conf.GetTpxShares().size(), 1u);
+  EXPECT_EQ(conf.GetTpxShares()[0].path, root_ + "/share");
+  WriteConf("{ not json");
+  EXPECT_EQ(conf.Init(), -1);
+}
+
+TEST(Base64, DecodesAndRejectsGarbage) {
+  char out[16] = {};
+  unsigned len = 0;
+  ASSERT_NE(EncBase64Dec("aGk=", 4, out, &len), 0);
+  EXPECT_EQ(std::string(out, len), "hi");
+  EXPECT_EQ(EncBase64Dec("a$k=", 4, out, &len), 0);
+  EXPECT_EQ(EncBase64Enc("hi"), "aGk=");
+}
+
+TEST(FileHash, MatchesKnownSha256) {
+  char tmpl[] = "/tmp/orvel-hash-XXXXXX";
+  int fd = ::mkstemp(tmpl);
+  ASSERT_EQ(::write(fd, "abc", 3), 3);
+  ::close(fd);
+  EXPECT_EQ(HashFile(tmpl), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
+  std::string hash;
+  SimpleFileReader r;
+  r.setFile(tmpl);
+  r.setHashString(hash);
+  EXPECT_EQ(r.readFile(), 3);
+  EXPECT_EQ(hash, HashFile(tmpl));
+  ::unlink(tmpl);
+  r.setFile(tmpl);
+  EXPECT_EQ(r.readFile(), -1);
+}
+
+}  // namespace
