@@ -9,6 +9,8 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <netinet/in.h>
+#include <arpa/inet.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -27,6 +29,7 @@ namespace {
 
 const char* kTarget = "/var/packages/ZemoraOrvel/target";
 
+// Creates path and its missing parents; parents get 0755, path gets mode.
 void MakeDirs(const std::string& path, mode_t mode = 0755) {
   std::string cur;
   std::stringstream ss(path);
@@ -34,7 +37,8 @@ void MakeDirs(const std::string& path, mode_t mode = 0755) {
   while (std::getline(ss, part, '/')) {
     if (part.empty()) continue;
     cur += "/" + part;
-    if (::mkdir(cur.c_str(), mode) == 0) ::chmod(cur.c_str(), mode);
+    const mode_t m = cur.size() == path.size() ? mode : 0755;
+    if (::mkdir(cur.c_str(), m) == 0) ::chmod(cur.c_str(), m);
   }
 }
 
@@ -69,7 +73,8 @@ bool CanConnect(const std::string& path) {
   return ok;
 }
 
-// Environment for a child: ZEMO_ROOT, PATH and the sanitizer options.
+}  // namespace
+
 std::vector<std::string> BaseEnv(const std::string& root) {
   std::vector<std::string> env = {"ZEMO_ROOT=" + root, "PATH=/usr/sbin:/usr/bin:/sbin:/bin"};
   for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS", "HOME"}) {
@@ -78,12 +83,6 @@ std::vector<std::string> BaseEnv(const std::string& root) {
   return env;
 }
 
-struct ProcessOutput {
-  int exit_code = -1;
-  std::string out, err;
-};
-
-// Runs argv with env, feeding input to stdin and collecting stdout/stderr.
 ProcessOutput RunProcess(const std::vector<std::string>& argv, const std::vector<std::string>& env,
                          const std::string& input) {
   int in[2], out[2], err[2];
@@ -145,7 +144,17 @@ ProcessOutput RunProcess(const std::vector<std::string>& argv, const std::vector
   return result;
 }
 
-}  // namespace
+int FreePort() {
+  int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in addr{};
+  addr.sin_family = AF_INET;
+  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  ::bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr));
+  socklen_t len = sizeof(addr);
+  ::getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &len);
+  ::close(fd);
+  return ntohs(addr.sin_port);
+}
 
 std::string EntryCgiPath() { return std::string(ORVEL_BUILD_DIR) + "/platform/webapi/entry.cgi"; }
 std::string SyncdPath() { return std::string(ORVEL_BUILD_DIR) + "/platform/syncd/orvel-syncd"; }

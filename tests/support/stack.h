@@ -18,6 +18,19 @@
 
 namespace orvel::test {
 
+struct ProcessOutput {
+  int exit_code = -1;
+  std::string out, err;
+};
+// Runs argv (argv[0] an absolute path) with env, feeding input to stdin;
+// collects stdout and stderr.
+ProcessOutput RunProcess(const std::vector<std::string>& argv, const std::vector<std::string>& env,
+                         const std::string& input = "");
+// ZEMO_ROOT=root, PATH and the sanitizer options of this process.
+std::vector<std::string> BaseEnv(const std::string& root);
+// A TCP port on 127.0.0.1 that was free a moment ago.
+int FreePort();
+
 // Paths of the built programs (from the build tree).
 std::string EntryCgiPath();
 std::string SyncdPath();

@@ -1,0 +1,60 @@
+// Daemon: the process-wide context every operation sees: configuration, the
+// data folder layout, the database pool, the user directory, the job runner
+// and the write lock. Created once by main (or a test) before the server
+// starts; its members are thread-safe or immutable after start-up.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "db/pool.h"
+#include "nimbard/sync_config.h"
+#include "nimbard/user_db.h"
+#include "tree.h"
+
+namespace orvel::syncd {
+
+class JobRunner;
+
+// Looks users up in the NAS user database (a small pool of connections).
+class UserDirectory {
+ public:
+  explicit UserDirectory(std::string path) : path_(std::move(path)) {}
+  // kErrPermission when the name is unknown (the wire's "unknown user"),
+  // kErrStorage when the database cannot be read.
+  Status Lookup(const std::string& name, UserRecord* out);
+  void CloseIdle();
+
+ private:
+  std::string path_;
+  std::mutex mu_;
+  std::vector<std::unique_ptr<UserDb>> idle_;
+};
+
+struct Daemon {
+  SyncConfigMgr config;
+  Layout layout;
+  std::unique_ptr<StorePool> pool;
+  std::unique_ptr<UserDirectory> users;
+  JobRunner* jobs = nullptr;  // owned by main; may be null in tests
+
+  uid_t self_uid = 0;
+  uid_t web_uid = static_cast<uid_t>(-1);  // -1 when the web account is unknown
+  int64_t started = 0;
+
+  // Serialises the steps of a write that must see a stable tree (name
+  // checks, rename into place, database commit). Content is hashed and
+  // staged before it is taken.
+  std::mutex write_mu;
+
+  // Builds the context from the configuration (does not touch the disk).
+  static Status FromConfig(const SyncConfigMgr& config, std::unique_ptr<Daemon>* out);
+};
+
+}  // namespace orvel::syncd

@@ -1,0 +1,160 @@
+// See schema.h. Never edit a migration that has shipped: add a new one.
+#include "db/schema.h"
+
+#include <sqlite3.h>
+
+namespace orvel::syncd {
+namespace {
+
+// Version 1: the nodes table, its listing indexes and the counters that keep
+// totals cheap (child_count/child_dirs of a folder, kept by triggers).
+const char kV1[] = R"SQL(
+CREATE TABLE nodes (
+  id INTEGER PRIMARY KEY,
+  file_id TEXT NOT NULL UNIQUE,
+  parent_id TEXT NOT NULL,
+  owner TEXT NOT NULL,
+  name TEXT NOT NULL,
+  type INTEGER NOT NULL,
+  size INTEGER NOT NULL DEFAULT 0,
+  created_time INTEGER NOT NULL DEFAULT 0,
+  access_time INTEGER NOT NULL DEFAULT 0,
+  modified_time INTEGER NOT NULL DEFAULT 0,
+  change_time INTEGER NOT NULL DEFAULT 0,
+  hash TEXT NOT NULL DEFAULT '',
+  sync_id INTEGER NOT NULL DEFAULT 0,
+  max_id INTEGER NOT NULL DEFAULT 0,
+  removed INTEGER NOT NULL DEFAULT 0,
+  vanished INTEGER NOT NULL DEFAULT 0,
+  encrypted INTEGER NOT NULL DEFAULT 0,
+  permanent_link TEXT NOT NULL DEFAULT '',
+  properties TEXT NOT NULL DEFAULT '{}',
+  app_properties TEXT NOT NULL DEFAULT '{}',
+  content_type TEXT NOT NULL DEFAULT '',
+  revisions INTEGER NOT NULL DEFAULT 0,
+  ext TEXT NOT NULL DEFAULT '',
+  child_count INTEGER NOT NULL DEFAULT 0,
+  child_dirs INTEGER NOT NULL DEFAULT 0
+);
+CREATE UNIQUE INDEX nodes_live_name ON nodes(parent_id, name) WHERE removed = 0 AND vanished = 0;
+CREATE INDEX nodes_sort_name ON nodes(parent_id, name COLLATE NOCASE) WHERE removed = 0 AND vanished = 0;
+CREATE INDEX nodes_sort_size ON nodes(parent_id, size) WHERE removed = 0 AND vanished = 0;
+CREATE INDEX nodes_sort_mtime ON nodes(parent_id, modified_time) WHERE removed = 0 AND vanished = 0;
+CREATE INDEX nodes_parent ON nodes(parent_id);
+CREATE UNIQUE INDEX nodes_root ON nodes(owner) WHERE parent_id = '';
+CREATE TRIGGER nodes_count_insert AFTER INSERT ON nodes
+  WHEN NEW.removed = 0 AND NEW.vanished = 0 AND NEW.parent_id <> '' BEGIN
+  UPDATE nodes SET child_count = child_count + 1, child_dirs = child_dirs + (NEW.type = 1)
+    WHERE file_id = NEW.parent_id;
+END;
+CREATE TRIGGER nodes_count_delete AFTER DELETE ON nodes
+  WHEN OLD.removed = 0 AND OLD.vanished = 0 AND OLD.parent_id <> '' BEGIN
+  UPDATE nodes SET child_count = child_count - 1, child_dirs = child_dirs - (OLD.type = 1)
+    WHERE file_id = OLD.parent_id;
+END;
+CREATE TRIGGER nodes_count_leave AFTER UPDATE OF parent_id, removed, vanished, type ON nodes
+  WHEN OLD.removed = 0 AND OLD.vanished = 0 AND OLD.parent_id <> '' BEGIN
+  UPDATE nodes SET child_count = child_count - 1, child_dirs = child_dirs - (OLD.type = 1)
+    WHERE file_id = OLD.parent_id;
+END;
+CREATE TRIGGER nodes_count_enter AFTER UPDATE OF parent_id, removed, vanished, type ON nodes
+  WHEN NEW.removed = 0 AND NEW.vanished = 0 AND NEW.parent_id <> '' BEGIN
+  UPDATE nodes SET child_count = child_count + 1, child_dirs = child_dirs + (NEW.type = 1)
+    WHERE file_id = NEW.parent_id;
+END;
+CREATE TABLE counters (name TEXT PRIMARY KEY, value INTEGER NOT NULL);
+INSERT INTO counters VALUES ('change', 0);
+)SQL";
+
+// Version 2: persisted service state and freeze flags.
+const char kV2[] = R"SQL(
+CREATE TABLE service (key TEXT PRIMARY KEY, value TEXT NOT NULL);
+INSERT INTO service VALUES ('status', 'enabled');
+CREATE TABLE freeze (view_id INTEGER PRIMARY KEY, frozen INTEGER NOT NULL);
+)SQL";
+
+// Version 3: revisions, the unlink job queue, and lookups by permanent link
+// and by extension.
+const char kV3[] = R"SQL(
+CREATE TABLE revisions (
+  id INTEGER PRIMARY KEY,
+  file_id TEXT NOT NULL,
+  sync_id INTEGER NOT NULL,
+  size INTEGER NOT NULL,
+  modified_time INTEGER NOT NULL,
+  hash TEXT NOT NULL,
+  created INTEGER NOT NULL
+);
+CREATE INDEX revisions_file ON revisions(file_id, sync_id);
+CREATE TABLE unlink_jobs (id INTEGER PRIMARY KEY, path TEXT NOT NULL, not_before INTEGER NOT NULL);
+CREATE INDEX unlink_jobs_due ON unlink_jobs(not_before);
+CREATE INDEX nodes_link ON nodes(permanent_link) WHERE permanent_link <> '';
+CREATE INDEX nodes_ext ON nodes(parent_id, ext) WHERE removed = 0 AND vanished = 0;
+)SQL";
+
+Status Exec(sqlite3* db, const char* sql) {
+  char* err = nullptr;
+  if (sqlite3_exec(db, sql, nullptr, nullptr, &err) != SQLITE_OK) {
+    std::string msg = err ? err : sqlite3_errmsg(db);
+    sqlite3_free(err);
+    int rc = sqlite3_errcode(db);
+    return Status(rc == SQLITE_BUSY || rc == SQLITE_LOCKED ? kErrBusy : kErrStorage,
+                  "migration: " + msg);
+  }
+  return Status::OK();
+}
+
+}  // namespace
+
+const std::vector<Migration>& SqliteMigrations() {
+  static const std::vector<Migration> kAll = {{1, kV1}, {2, kV2}, {3, kV3}};
+  return kAll;
+}
+
+int LatestSchemaVersion() { return SqliteMigrations().back().version; }
+
+Status ReadSchemaVersion(sqlite3* db, int* version) {
+  ORVEL_RETURN_IF_ERROR(Exec(db, "CREATE TABLE IF NOT EXISTS schema_version (version INTEGER NOT NULL)"));
+  sqlite3_stmt* st = nullptr;
+  if (sqlite3_prepare_v2(db, "SELECT MAX(version) FROM schema_version", -1, &st, nullptr) != SQLITE_OK)
+    return Status(kErrStorage, std::string("schema_version: ") + sqlite3_errmsg(db));
+  *version = sqlite3_step(st) == SQLITE_ROW ? sqlite3_column_int(st, 0) : 0;
+  sqlite3_finalize(st);
+  return Status::OK();
+}
+
+Status MigrateSqlite(sqlite3* db, int target) {
+  if (target < 0) target = LatestSchemaVersion();
+  // One writer migrates; others wait for the write lock, then see the result.
+  ORVEL_RETURN_IF_ERROR(Exec(db, "BEGIN IMMEDIATE"));
+  int version = 0;
+  Status st = ReadSchemaVersion(db, &version);
+  Exec(db, "COMMIT");
+  if (!st.ok()) return st;
+  if (version > LatestSchemaVersion())
+    return Status(kErrInternal, "database schema version " + std::to_string(version) +
+                                    " is newer than this daemon (" +
+                                    std::to_string(LatestSchemaVersion()) + ")");
+  for (const Migration& m : SqliteMigrations()) {
+    if (m.version > target) break;
+    ORVEL_RETURN_IF_ERROR(Exec(db, "BEGIN IMMEDIATE"));
+    int current = 0;
+    st = ReadSchemaVersion(db, &current);
+    if (st.ok() && current < m.version) {
+      st = Exec(db, m.sql);
+      if (st.ok()) {
+        std::string record = "DELETE FROM schema_version; INSERT INTO schema_version VALUES (" +
+                             std::to_string(m.version) + ")";
+        st = Exec(db, record.c_str());
+      }
+    }
+    if (!st.ok()) {
+      Exec(db, "ROLLBACK");
+      return Status(st.code(), st.message() + " (version " + std::to_string(m.version) + ")");
+    }
+    ORVEL_RETURN_IF_ERROR(Exec(db, "COMMIT"));
+  }
+  return Status::OK();
+}
+
+}  // namespace orvel::syncd

@@ -1,0 +1,50 @@
+// See item.h.
+#include "item.h"
+
+namespace orvel::syncd {
+
+Nimbard::Capabilities OwnerCapabilities() {
+  Nimbard::Capabilities c;
+  c.can_preview = c.can_read = c.can_write = c.can_delete = c.can_rename = true;
+  c.can_comment = c.can_share = c.can_encrypt = c.can_organize = true;
+  return c;
+}
+
+Nimbard::FileInfo MakeFileInfo(const Node& n, const std::string& view_path,
+                               const std::string& tpx_path, const UserRecord& owner) {
+  Nimbard::FileInfo f;
+  f.sync_id = n.sync_id;
+  f.max_id = n.max_id;
+  f.size = n.is_dir() ? 0 : n.size;
+  f.created_time = static_cast<uint32_t>(n.created_time);
+  f.access_time = static_cast<uint32_t>(n.access_time);
+  f.modified_time = static_cast<uint32_t>(n.modified_time);
+  f.change_time = static_cast<uint32_t>(n.change_time);
+  f.parent_id = n.parent_id;
+  f.file_id = n.file_id;
+  f.permanent_link = n.permanent_link;
+  f.display_path = view_path;
+  f.path = view_path;
+  f.tpx_path = tpx_path;
+  f.name = n.parent_id.empty() ? "mydrive" : n.name;
+  f.hash = n.hash;
+  f.removed = n.removed;
+  f.encrypted = n.encrypted;
+  f.type = n.type;
+  f.properties = n.properties.empty() ? "{}" : n.properties;
+  f.app_properties = n.app_properties.empty() ? "{}" : n.app_properties;
+  f.owner_name = owner.name;
+  f.owner_display_name = owner.display_name.empty() ? owner.name : owner.display_name;
+  f.owner_uid = owner.uid;
+  f.capabilities = OwnerCapabilities();
+  f.revisions = n.revisions;
+  f.content_type = n.content_type;
+  return f;
+}
+
+PObject MakeRecord(const Node& node, const std::string& view_path, const std::string& tpx_path,
+                   const UserRecord& owner) {
+  return Nimbard::FileInfoToPObject(MakeFileInfo(node, view_path, tpx_path, owner));
+}
+
+}  // namespace orvel::syncd

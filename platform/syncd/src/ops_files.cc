@@ -1,0 +1,147 @@
+// Browsing: list_file (one page of a folder) and get_file_info (one item).
+// A page costs O(page): it walks one of the folder's sort indexes and takes
+// the total from the folder's maintained child counters (docs/daemon.md).
+#include <algorithm>
+
+#include "db/list_sql.h"
+#include "item.h"
+#include "ops.h"
+
+namespace orvel::syncd {
+namespace {
+
+constexpr uint64_t kDefaultPage = 1000;
+constexpr uint64_t kMaxPage = 10000;
+
+std::string Lower(std::string s) {
+  std::transform(s.begin(), s.end(), s.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return s;
+}
+
+// The filter's "type": a comma-joined string ("file,dir") or an array.
+Status ParseTypeFilter(const PObject& v, ListQuery* q) {
+  std::vector<std::string> tokens;
+  if (v.isString()) {
+    std::string s = v.asString();
+    size_t start = 0;
+    while (start <= s.size()) {
+      size_t comma = s.find(',', start);
+      if (comma == std::string::npos) comma = s.size();
+      tokens.push_back(s.substr(start, comma - start));
+      start = comma + 1;
+    }
+  } else if (v.isArray()) {
+    for (const PObject& e : v.asArray()) tokens.push_back(e.asString());
+  } else if (!v.isNull()) {
+    return Status(kErrInvalidArgument, "filter \"type\" must be a string or an array");
+  }
+  bool files = false, dirs = false;
+  for (std::string t : tokens) {
+    t = Lower(t);
+    t.erase(0, t.find_first_not_of(' '));
+    t.erase(t.find_last_not_of(' ') + 1);
+    if (t.empty()) continue;
+    if (t == "file") files = true;
+    else if (t == "dir" || t == "folder") dirs = true;
+    else return Status(kErrInvalidArgument, "unknown type filter: \"" + t + "\"");
+  }
+  if (files || dirs) {
+    q->files = files;
+    q->dirs = dirs;
+  }
+  return Status::OK();
+}
+
+// Reads the list filter of docs/wire.md into q. *empty_result is set for
+// filters that match nothing yet (starred items).
+Status ParseListFilter(const PObject& f, ListQuery* q, bool* empty_result) {
+  *empty_result = false;
+  if (f.isNull()) return Status::OK();
+  if (!f.isMap()) return Status(kErrInvalidArgument, "argument \"filter\" must be a map");
+  std::string sort_by = "name", direction = "asc", label_id;
+  ORVEL_RETURN_IF_ERROR(ArgString(f, "sort_by", &sort_by));
+  ORVEL_RETURN_IF_ERROR(ArgString(f, "sort_direction", &direction));
+  if (!ParseSortKey(Lower(sort_by), &q->sort))
+    return Status(kErrInvalidArgument, "unknown sort key: \"" + sort_by + "\"");
+  direction = Lower(direction);
+  if (direction != "asc" && direction != "desc" && !direction.empty())
+    return Status(kErrInvalidArgument, "sort_direction must be asc or desc: \"" + direction + "\"");
+  q->descending = direction == "desc";
+  uint64_t limit = 0;
+  ORVEL_RETURN_IF_ERROR(ArgUInt(f, "limit", &limit));
+  ORVEL_RETURN_IF_ERROR(ArgUInt(f, "offset", &q->offset));
+  if (limit > kMaxPage)
+    return Status(kErrTooLargeToAnswer, "limit " + std::to_string(limit) + " is over " +
+                                            std::to_string(kMaxPage) + " items");
+  q->limit = limit == 0 ? kDefaultPage : limit;
+  ORVEL_RETURN_IF_ERROR(ParseTypeFilter(f["type"], q));
+  std::vector<std::string> exts;
+  ORVEL_RETURN_IF_ERROR(ArgStringList(f, "extensions", &exts));
+  for (std::string e : exts) {
+    e = Lower(e);
+    if (!e.empty() && e[0] == '.') e.erase(0, 1);
+    if (!e.empty()) q->extensions.push_back(e);
+  }
+  ORVEL_RETURN_IF_ERROR(ArgString(f, "label_id", &label_id));
+  if (!label_id.empty()) return Status(kErrLabelNotFound, "label not found: " + label_id);
+  bool starred = false;
+  ORVEL_RETURN_IF_ERROR(ArgBool(f, "starred", &starred));
+  *empty_result = starred;  // no item is starred before stars exist
+  return Status::OK();
+}
+
+Status ResolveArgPath(RequestContext& ctx, const PObject& args, Resolved* out) {
+  std::string path;
+  ORVEL_RETURN_IF_ERROR(ArgString(args, "path", &path));
+  ItemRef ref;
+  ORVEL_RETURN_IF_ERROR(ParseItemRef(path, &ref));
+  return ResolveRef(*ctx.d, ctx.store.get(), ctx.caller, ref, out);
+}
+
+}  // namespace
+
+Status OpListFile(RequestContext& ctx, const PObject& args, PObject* result) {
+  bool recursive = false;
+  std::vector<std::string> extra;
+  ORVEL_RETURN_IF_ERROR(ArgBool(args, "recursive", &recursive));
+  ORVEL_RETURN_IF_ERROR(ArgStringList(args, "extra", &extra));  // accepted; none defined yet
+  if (recursive) return Status(kErrInvalidArgument, "recursive listing is not supported");
+  ListQuery q;
+  bool empty_result = false;
+  ORVEL_RETURN_IF_ERROR(ParseListFilter(args["filter"], &q, &empty_result));
+
+  Resolved folder;
+  ORVEL_RETURN_IF_ERROR(ResolveArgPath(ctx, args, &folder));
+  if (!folder.node.is_dir()) return Status(kErrNotFolder, "not a folder: " + folder.ViewPath());
+  q.parent_id = folder.node.file_id;
+
+  std::vector<Node> rows;
+  uint64_t total = 0;
+  if (!empty_result) {
+    Transaction tx(ctx.store.get(), false);  // page and total from one snapshot
+    ORVEL_RETURN_IF_ERROR(tx.status());
+    ORVEL_RETURN_IF_ERROR(ctx.store->ListPage(q, &rows, &total));
+  }
+  std::string view = folder.ViewPath();
+  std::string disk = DiskPath(ctx.d->layout, folder.node.owner, folder.components);
+  PObject items = PObject::MakeArray();
+  for (const Node& n : rows)
+    items.push_back(MakeRecord(n, view + "/" + n.name, disk + "/" + n.name, ctx.caller.user));
+  (*result)["items"] = std::move(items);
+  (*result)["total"] = static_cast<unsigned long long>(total);
+  return Status::OK();
+}
+
+Status OpGetFileInfo(RequestContext& ctx, const PObject& args, PObject* result) {
+  std::vector<std::string> extra;
+  ORVEL_RETURN_IF_ERROR(ArgStringList(args, "extra", &extra));  // accepted; none defined yet
+  Resolved item;
+  ORVEL_RETURN_IF_ERROR(ResolveArgPath(ctx, args, &item));
+  (*result)["file"] = MakeRecord(item.node, item.ViewPath(),
+                                 DiskPath(ctx.d->layout, item.node.owner, item.components),
+                                 ctx.caller.user);
+  return Status::OK();
+}
+
+}  // namespace orvel::syncd

@@ -1,0 +1,41 @@
+// Reading a request body from the CGI's stdin: urlencoded form fields, or a
+// multipart form whose first file part is streamed to a temp file (constant
+// memory, size-limited) while its other fields are collected. Other content
+// types are left unread. One request per process; not thread-safe.
+#pragma once
+
+#include <sys/types.h>
+
+#include <memory>
+#include <string>
+
+#include "cgi/cgi_env.h"
+#include "cgi/form_params.h"
+#include "cgi/temp_file.h"
+#include "nimbard/status.h"
+
+namespace zemo::cgi {
+
+struct BodyLimits {
+  std::string tmp_dir;          // where the uploaded file goes (<data>/@tmp)
+  uint64_t upload_max = 0;      // largest file part; 0 = no limit
+  uint64_t form_max = 8 << 20;  // largest urlencoded body / sum of form fields
+  bool chown_upload = false;    // give the temp file to owner_uid/owner_gid
+  uid_t owner_uid = 0;
+  gid_t owner_gid = 0;
+};
+
+struct RequestBody {
+  RawParams fields;                  // form fields of the body
+  std::unique_ptr<TempFile> upload;  // the received file, if any
+  std::string upload_name;           // its file name as the client sent it
+  std::string upload_field;          // the form field that carried it
+};
+
+// Reads the body of a POST from fd according to env. Errors: code 400 for a
+// malformed, truncated or oversized body (the message says which), or an I/O
+// error status (negative code) for the temp file.
+orvel::Status ReadRequestBody(const CgiEnv& env, int fd, const BodyLimits& limits,
+                              RequestBody* out);
+
+}  // namespace zemo::cgi

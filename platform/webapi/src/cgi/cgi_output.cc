@@ -1,0 +1,42 @@
+// CGI answer writing; see cgi_output.h. Not thread-safe.
+#include "cgi/cgi_output.h"
+
+namespace zemo::cgi {
+
+namespace {
+
+// Header names and values come from modules: a CR or LF would let them
+// start a header (or the body) of their own.
+std::string HeaderSafe(const std::string& s) {
+  std::string out;
+  out.reserve(s.size());
+  for (char c : s) {
+    if (c != '\r' && c != '\n') out.push_back(c);
+  }
+  return out;
+}
+
+}  // namespace
+
+std::string EnvelopeText(const ZEMO::APIResponse& response) {
+  Json::StreamWriterBuilder builder;
+  builder["indentation"] = "";
+  builder["emitUTF8"] = true;
+  return Json::writeString(builder, response.Envelope()) + "\n";
+}
+
+void WriteAnswer(const ZEMO::APIResponse& response, FILE* out) {
+  if (!response.IsOutputEnabled()) {
+    std::fflush(out);
+    return;
+  }
+  std::string text = "Content-Type: application/json; charset=utf-8\r\n";
+  for (const auto& [name, value] : response.GetHeaders()) {
+    text += HeaderSafe(name) + ": " + HeaderSafe(value) + "\r\n";
+  }
+  text += "\r\n" + EnvelopeText(response);
+  std::fwrite(text.data(), 1, text.size(), out);
+  std::fflush(out);
+}
+
+}  // namespace zemo::cgi

@@ -1,0 +1,111 @@
+// RequestFlow; see request_flow.h. Single-threaded.
+#include "cgi/request_flow.h"
+
+#include "cgi/api_codes.h"
+#include "cgi/builtin_apis.h"
+#include "cgi/module_loader.h"
+#include "internal/log.h"
+#include "nimbard/zemo_root.h"
+
+namespace zemo::cgi {
+
+namespace {
+
+static constexpr char kLogSource[] = "entry";
+
+constexpr const char kModulesDir[] = "/usr/lib/zemo/webapi";
+
+}  // namespace
+
+bool RequestFlow::Fail(int code, const std::string& message) {
+  SetErrorMessage(response_, code, message);
+  return false;
+}
+
+bool RequestFlow::CheckMethod() {
+  if (env_.method == "GET" || env_.method == "POST" || env_.method == "HEAD") return true;
+  return Fail(kErrBadRequest, "request method not supported");
+}
+
+bool RequestFlow::LoadConfig() {
+  if (conf_.Init() == 0) return true;
+  WEBAPI_LOG(Logger::kError, "cannot read configuration %s", conf_.GetConfigPath().c_str());
+  return Fail(kErrInternal, "bad configuration");
+}
+
+bool RequestFlow::PrepareAccount() {
+  lower_ = ShouldLowerIdentity(conf_.GetWebAccount());
+  if (!lower_) return true;
+  orvel::Status st = LookupWebAccount(conf_.GetWebAccount(), &account_);
+  if (st.ok()) return true;
+  WEBAPI_LOG(Logger::kError, "web account: %s", st.ToString().c_str());
+  return Fail(kErrInternal, "web account unknown");
+}
+
+bool RequestFlow::ReadParams() {
+  ParseUrlEncoded(env_.query, &raw_);
+  BodyLimits limits;
+  limits.tmp_dir = conf_.GetDataDirPath() + "/@tmp";
+  limits.upload_max = conf_.GetUploadMaxBytes();
+  limits.chown_upload = lower_;
+  limits.owner_uid = account_.uid;
+  limits.owner_gid = account_.gid;
+  orvel::Status st = ReadRequestBody(env_, body_fd_, limits, &body_);
+  if (st.code() == kErrBadRequest) return Fail(kErrBadRequest, st.message());
+  if (!st.ok()) {
+    WEBAPI_LOG(Logger::kError, "reading the request body: %s", st.ToString().c_str());
+    return Fail(kErrInternal, "cannot receive the request body");
+  }
+  for (const auto& [name, value] : body_.fields) raw_[name] = value;
+  params_ = ToJsonParams(raw_);
+  return ReadApiTriple(params_, &triple_, response_);
+}
+
+bool RequestFlow::ResolveCaller() {
+  users_.reset(new UserDbHandle(conf_.GetUserDbPath()));
+  SessionLimits limits{conf_.GetSessionIdleSeconds(), conf_.GetSessionMaxSeconds()};
+  orvel::Status st = ResolveSession(env_, raw_, limits, users_.get(), &session_);
+  if (st.ok()) return true;
+  WEBAPI_LOG(Logger::kError, "session look-up: %s", st.ToString().c_str());
+  return Fail(kErrInternal, "user database unavailable");
+}
+
+void RequestFlow::BuildRequest() {
+  request_ = ZEMO::APIRequest(triple_.api, triple_.method, triple_.version, params_);
+  request_.SetLogin(session_.login);
+  request_.SetRemote(env_.remote_addr, env_.https ? "https" : "http", env_.host, env_.port);
+  if (body_.upload) request_.SetUpload(params_, body_.upload->path(), body_.upload_name);
+}
+
+bool RequestFlow::LowerIdentity() {
+  if (!lower_) return true;
+  orvel::Status st = LoweredIdentity::Lower(account_, &identity_);
+  if (st.ok()) return true;
+  WEBAPI_LOG(Logger::kError, "cannot switch to the web account: %s", st.ToString().c_str());
+  return Fail(kErrInternal, "cannot switch to the web account");
+}
+
+void RequestFlow::RegisterApis(bool with_modules) {
+  AuthContext ctx{&env_, &raw_, users_.get(), &session_};
+  RegisterAuthApi(ctx, &registry_);
+  RegisterInfoApi(&registry_, &registry_);
+  if (with_modules) LoadModuleDir(orvel::ZemoPath(kModulesDir), BuiltinApiNames(), &registry_);
+}
+
+void RequestFlow::Run() {
+  if (!CheckMethod() || !LoadConfig() || !PrepareAccount() || !ReadParams() || !ResolveCaller()) {
+    return;
+  }
+  BuildRequest();
+  // Auth works on the user database as root and needs no module; anything
+  // else runs, modules included, as the web account.
+  bool auth = triple_.api == kAuthApi;
+  if (!auth) {
+    users_->Close();
+    if (!LowerIdentity()) return;
+  }
+  RegisterApis(!auth);
+  Dispatch(registry_, &request_, response_);
+}
+
+}  // namespace zemo::cgi

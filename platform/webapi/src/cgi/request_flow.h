@@ -1,0 +1,64 @@
+// RequestFlow: the life of one request in entry.cgi, as a row of steps that
+// each may refuse with an error in the response: request method, the
+// configuration, the web account, parameters and body (with the upload),
+// api/method/version, the caller's session; then the identity switch, the
+// modules and the dispatch. The upload's temp file outlives the module call
+// and is removed (as root again) when the flow is destroyed. One per process.
+#pragma once
+
+#include <memory>
+
+#include "cgi/api_registry.h"
+#include "cgi/body_reader.h"
+#include "cgi/cgi_env.h"
+#include "cgi/dispatcher.h"
+#include "cgi/identity.h"
+#include "cgi/session.h"
+#include "nimbard/sync_config.h"
+#include "zemo/webapi.h"
+
+namespace zemo::cgi {
+
+class RequestFlow {
+ public:
+  // body_fd: where the request body is read from (stdin in entry.cgi).
+  RequestFlow(const CgiEnv& env, int body_fd, ZEMO::APIResponse* response)
+      : env_(env), body_fd_(body_fd), response_(response) {}
+  RequestFlow(const RequestFlow&) = delete;
+  RequestFlow& operator=(const RequestFlow&) = delete;
+
+  // Serves the request; the outcome is in the response.
+  void Run();
+
+ private:
+  bool Fail(int code, const std::string& message);
+  bool CheckMethod();
+  bool LoadConfig();
+  bool PrepareAccount();
+  bool ReadParams();
+  bool ResolveCaller();
+  void BuildRequest();
+  bool LowerIdentity();
+  void RegisterApis(bool with_modules);
+
+  const CgiEnv& env_;
+  int body_fd_;
+  ZEMO::APIResponse* response_;
+
+  SyncConfigMgr conf_;
+  bool lower_ = false;
+  WebAccount account_;
+  RawParams raw_;
+  RequestBody body_;  // owns the upload's temp file
+  Json::Value params_;
+  ApiTriple triple_;
+  std::unique_ptr<UserDbHandle> users_;
+  ResolvedSession session_;
+  ZEMO::APIRequest request_;
+  ApiRegistry registry_;
+  // Declared last so that it is undone first: root again before the temp
+  // file is removed.
+  std::unique_ptr<LoweredIdentity> identity_;
+};
+
+}  // namespace zemo::cgi

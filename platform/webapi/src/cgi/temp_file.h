@@ -1,0 +1,44 @@
+// TempFile: a uniquely named file in a temp folder that is removed when the
+// object goes away, if it still exists then (a module may have moved it into
+// place already). Not copyable; one owner. Not thread-safe.
+#pragma once
+
+#include <sys/types.h>
+
+#include <memory>
+#include <string>
+
+#include "internal/io.h"
+#include "nimbard/status.h"
+
+namespace zemo::cgi {
+
+class TempFile {
+ public:
+  // Creates dir (mode 0711) if needed and a new empty file "<prefix>XXXXXX"
+  // in it, mode 0600, open for writing.
+  static orvel::Status Create(const std::string& dir, const std::string& prefix,
+                              std::unique_ptr<TempFile>* out);
+  ~TempFile();
+  TempFile(const TempFile&) = delete;
+  TempFile& operator=(const TempFile&) = delete;
+
+  const std::string& path() const { return path_; }
+  int fd() const { return fd_.get(); }
+  uint64_t size() const { return size_; }
+
+  orvel::Status Append(const char* data, size_t len);
+  // Hands the file to another owner (the web account) so that a module
+  // running with that identity can read it.
+  orvel::Status Chown(uid_t uid, gid_t gid);
+  // Closes the descriptor, keeping the file (until destruction).
+  void Close() { fd_.Reset(); }
+
+ private:
+  TempFile(std::string path, int fd) : path_(std::move(path)), fd_(fd) {}
+  std::string path_;
+  io::UniqueFd fd_;
+  uint64_t size_ = 0;
+};
+
+}  // namespace zemo::cgi

@@ -1,0 +1,93 @@
+// Low-level I/O helpers; see io.h. Thread-safe.
+#include "internal/io.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace zemo::io {
+
+UniqueFd& UniqueFd::operator=(UniqueFd&& o) noexcept {
+  if (this != &o) Reset(o.Release());
+  return *this;
+}
+
+int UniqueFd::Release() {
+  int fd = fd_;
+  fd_ = -1;
+  return fd;
+}
+
+void UniqueFd::Reset(int fd) {
+  // close(2) is not retried on EINTR: on Linux the descriptor is gone anyway.
+  if (fd_ >= 0) ::close(fd_);
+  fd_ = fd;
+}
+
+orvel::Status Error(const std::string& op, const std::string& path, int err) {
+  return orvel::ErrnoStatus(op, path, err);
+}
+
+orvel::Status LastError(const std::string& op, const std::string& path) {
+  return Error(op, path, errno);
+}
+
+orvel::Status Open(const std::string& path, int flags, mode_t mode, UniqueFd* out) {
+  int fd;
+  do {
+    fd = ::open(path.c_str(), flags | O_CLOEXEC, mode);
+  } while (fd < 0 && errno == EINTR);
+  if (fd < 0) return LastError("open", path);
+  out->Reset(fd);
+  return orvel::Status::OK();
+}
+
+ssize_t ReadSome(int fd, void* buf, size_t len) {
+  ssize_t n;
+  do {
+    n = ::read(fd, buf, len);
+  } while (n < 0 && errno == EINTR);
+  return n;
+}
+
+orvel::Status WriteAll(int fd, const void* data, size_t len, const std::string& what) {
+  const char* p = static_cast<const char*>(data);
+  while (len > 0) {
+    ssize_t n = ::write(fd, p, len);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      return LastError("write", what);
+    }
+    p += n;
+    len -= static_cast<size_t>(n);
+  }
+  return orvel::Status::OK();
+}
+
+orvel::Status ReadFile(const std::string& path, std::string* out) {
+  UniqueFd fd;
+  ORVEL_RETURN_IF_ERROR(Open(path, O_RDONLY, 0, &fd));
+  out->clear();
+  char buf[8192];
+  for (;;) {
+    ssize_t n = ReadSome(fd.get(), buf, sizeof(buf));
+    if (n < 0) return LastError("read", path);
+    if (n == 0) return orvel::Status::OK();
+    out->append(buf, static_cast<size_t>(n));
+  }
+}
+
+orvel::Status MakeDirs(const std::string& path, mode_t mode) {
+  for (size_t pos = 1; pos <= path.size(); ++pos) {
+    if (pos != path.size() && path[pos] != '/') continue;
+    std::string prefix = path.substr(0, pos);
+    if (::mkdir(prefix.c_str(), mode) != 0 && errno != EEXIST) return LastError("mkdir", prefix);
+  }
+  struct stat st;
+  if (::stat(path.c_str(), &st) != 0) return LastError("stat", path);
+  if (!S_ISDIR(st.st_mode)) return Error("mkdir", path, ENOTDIR);
+  return orvel::Status::OK();
+}
+
+}  // namespace zemo::io

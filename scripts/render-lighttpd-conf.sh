@@ -1,0 +1,59 @@
+#!/bin/sh
+# Renders scripts/lighttpd.conf.in into a lighttpd configuration.
+# usage: render-lighttpd-conf.sh ROOT PORT DOCROOT CGI_PATH OUT [LOGDIR]
+#   ROOT      the ZEMO_ROOT handed to entry.cgi ("" or "/" for the real one)
+#   PORT      the port to listen on (127.0.0.1 only)
+#   DOCROOT   folder of the static web UI
+#   CGI_PATH  path of the entry.cgi program
+#   OUT       the file to write; its folder gets lighttpd's pid file
+#   LOGDIR    folder of lighttpd's error log (default: OUT's folder)
+set -eu
+
+if [ "$#" -ne 5 ] && [ "$#" -ne 6 ]; then
+  echo "usage: $0 ROOT PORT DOCROOT CGI_PATH OUT [LOGDIR]" >&2
+  exit 2
+fi
+root=$1 port=$2 docroot=$3 cgi=$4 out=$5
+
+case "$port" in
+  ''|*[!0-9]*) echo "$0: bad port: $port" >&2; exit 2 ;;
+esac
+for path in "$docroot" "$cgi"; do
+  case "$path" in
+    /*) ;;
+    *) echo "$0: not an absolute path: $path" >&2; exit 2 ;;
+  esac
+done
+if [ ! -x "$cgi" ]; then
+  echo "$0: not an executable: $cgi" >&2
+  exit 2
+fi
+
+here=$(cd "$(dirname "$0")" && pwd)
+rundir=$(cd "$(dirname "$out")" && pwd)
+logdir=${6:-$rundir}
+mkdir -p "$logdir"
+logdir=$(cd "$logdir" && pwd)
+
+# Values go between double quotes in the configuration: refuse ones that
+# would end the string.
+for value in "$root" "$docroot" "$cgi" "$logdir" "$rundir"; do
+  case "$value" in
+    *'"'*|*'\'*) echo "$0: unsupported character in: $value" >&2; exit 2 ;;
+  esac
+done
+
+# sed replacement text: escape the delimiter and "&".
+esc() { printf '%s' "$1" | sed -e 's/[|&]/\\&/g'; }
+
+tmp="$out.tmp.$$"
+trap 'rm -f "$tmp"' EXIT
+sed -e "s|@ROOT@|$(esc "$root")|g" \
+    -e "s|@PORT@|$(esc "$port")|g" \
+    -e "s|@DOCROOT@|$(esc "$docroot")|g" \
+    -e "s|@CGI@|$(esc "$cgi")|g" \
+    -e "s|@LOGDIR@|$(esc "$logdir")|g" \
+    -e "s|@RUNDIR@|$(esc "$rundir")|g" \
+    "$here/lighttpd.conf.in" > "$tmp"
+mv "$tmp" "$out"
+trap - EXIT

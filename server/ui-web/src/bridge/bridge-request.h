@@ -1,0 +1,44 @@
+// BridgeRequest: the handlers' read-only view of one web request (parameters
+// as JSON values, the caller's address and URL scheme). WebAPIRequest
+// implements it over the framework's ZEMO::APIRequest; for an upload it first
+// folds the form fields and the received file's temp path ("file_tmp") into
+// the parameters, so handlers read upload fields like any other parameter.
+// One object per request; not thread-safe.
+#pragma once
+
+#include <json/json.h>
+
+#include <string>
+
+namespace ZEMO {
+class APIRequest;
+}
+
+class BridgeRequest {
+ public:
+  virtual ~BridgeRequest() = default;
+  // The parameter's value, or def when it was not sent.
+  virtual Json::Value GetParamRef(const std::string& name, const Json::Value& def) const = 0;
+  virtual bool HasParam(const std::string& name) const = 0;
+  virtual std::string GetRemoteIP() const = 0;
+  virtual std::string GetUrlProto() const = 0;
+};
+
+class WebAPIRequest : public BridgeRequest {
+ public:
+  // request is not owned and must outlive this object.
+  explicit WebAPIRequest(ZEMO::APIRequest* request);
+  ~WebAPIRequest() override = default;
+
+  Json::Value GetParamRef(const std::string& name, const Json::Value& def) const override;
+  bool HasParam(const std::string& name) const override;
+  std::string GetRemoteIP() const override;
+  std::string GetUrlProto() const override;
+
+ private:
+  // Reads an upload's form fields and received file into the parameters.
+  // Failures are logged only; the parameters are then left as they were.
+  void GetUploadFile();
+
+  ZEMO::APIRequest* request_;
+};

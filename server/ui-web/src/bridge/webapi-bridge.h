@@ -1,0 +1,75 @@
+// WebAPIBridge: the per-request dispatcher of the module. Process() finds the
+// handler registered for the request's api, method and version, runs it, and
+// writes its BridgeResponse out: JSON through the framework's response
+// object, files and zip archives as raw CGI output on stdout. When the
+// bridge is destroyed, the paths the response registered for removal are
+// handed to the package's job queue (deleted at once if it refuses).
+//
+// One bridge per request on one thread; it owns its handlers and its
+// authentication service.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "bridge-request.h"
+#include "bridge-response.h"
+#include "request-handler.h"
+
+namespace ZEMO {
+class APIRequest;
+class APIResponse;
+}  // namespace ZEMO
+
+class WebAPIBridge {
+ public:
+  // request and response are not owned and must outlive the bridge.
+  WebAPIBridge(ZEMO::APIRequest* request, ZEMO::APIResponse* response);
+  ~WebAPIBridge();
+  WebAPIBridge(const WebAPIBridge&) = delete;
+  WebAPIBridge& operator=(const WebAPIBridge&) = delete;
+
+  // Takes ownership. A handler with the same api and maximum version as one
+  // already registered replaces (and destroys) it.
+  void AddHandler(RequestHandler* handler);
+  // The handler serving api.method at version, or null (logged).
+  RequestHandler* FindHandler(const std::string& api, const std::string& method,
+                              unsigned version) const;
+  RequestHandler* FindHandler() const;
+  bool HasHandler(const std::string& api, const std::string& method, unsigned version) const;
+
+  // Serves the request and writes the answer: 0, or -1 on failure.
+  int Process();
+  // Writes response out (framework JSON, or raw CGI for files and archives)
+  // and collects its auto-remove paths.
+  void SetResponse(const BridgeResponse& response);
+
+  // Raw CGI writers (stdout).
+  void PrintDownloadHeader(const std::string& name, bool attachment);
+  void SendFile(const std::string& name, const std::string& path, bool force_download);
+  // 0, or -1 after printing the download-error headers (code 117).
+  int SendArchive(const std::string& name, const std::string& folder, const std::string& codepage);
+  // True when folder holds nothing but "." and ".."; false also when it
+  // cannot be opened.
+  bool ArchiveFolderEmpty(const std::string& folder);
+  void HandleAutoRemove();
+  void DestroyJobDB();
+
+  // Paths collected for removal so far.
+  const std::vector<std::string>& GetAutoRemoveList() const { return auto_remove_; }
+
+ private:
+  void SetJsonOutput(const BridgeResponse& response);
+  void SetDownloadOutput(const BridgeResponse& response);
+  void PrintDownloadError(const BridgeResponse& response);
+  std::string ArchiveCodepage(const BridgeResponse& response) const;
+
+  std::map<std::string, std::map<unsigned, std::unique_ptr<RequestHandler>>> registry_;
+  ZEMO::APIRequest* request_;
+  ZEMO::APIResponse* response_;
+  std::unique_ptr<WebAPIAuthenticationService> auth_service_;
+  std::string reserved_;
+  std::vector<std::string> auto_remove_;
+};

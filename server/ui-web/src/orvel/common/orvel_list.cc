@@ -1,0 +1,141 @@
+// The listing family (see orvel_list.h).
+#include "orvel_list.h"
+
+#include "bridge/module-log.h"
+#include "orvel_utils.h"
+
+namespace orvel::module {
+namespace {
+
+std::string Join(const std::vector<std::string>& parts, const char* separator) {
+  std::string out;
+  for (size_t i = 0; i < parts.size(); ++i) {
+    if (i > 0) out += separator;
+    out += parts[i];
+  }
+  return out;
+}
+
+// Logs a failed service call and sets the mapped error.
+int FailBackend(const char* source, int line, const char* step, const char* message,
+                const Nimbard& client, BridgeResponse& response) {
+  Log(Logger::kError, source, line, "%s failed: %s (%d)", step,
+      client.GetLastErrorMessage().c_str(), client.GetLastError());
+  response.SetError(OrvelErrCodeGetFromBackend(client.GetLastError()), message, line);
+  return -1;
+}
+
+struct PagedParams {
+  uint64_t offset = 0;
+  uint64_t limit = 0;
+  std::string sort_by;
+  std::string sort_direction;
+  std::string label_id;
+};
+
+PagedParams ReadPagedParams(const ListFamilyMember& member, BridgeRequest& request) {
+  PagedParams p;
+  p.offset = request.GetParamRef("offset", 0).asUInt();
+  p.limit = request.GetParamRef("limit", 0).asUInt();
+  p.sort_by = request.GetParamRef("sort_by", "name").asString();
+  p.sort_direction = request.GetParamRef("sort_direction", "asc").asString();
+  if (member.needs_label_id) p.label_id = request.GetParamRef("label_id", "").asString();
+  return p;
+}
+
+}  // namespace
+
+ListFilter ReadListFilter(BridgeRequest& request) {
+  ListFilter filter;
+  const Json::Value value = request.GetParamRef("filter", Json::Value(Json::objectValue));
+  ParseFileListFilter(value, filter.starred, filter.label_id, filter.types, filter.extensions);
+  return filter;
+}
+
+Nimbard::SearchNodeFilter MakeSearchNodeFilter(const ListFilter& filter, const std::string& sort_by,
+                                               const std::string& sort_direction, uint64_t limit,
+                                               uint64_t offset, const std::string& label_id) {
+  Nimbard::SearchNodeFilter out;
+  out.sort_direction = sort_direction;
+  out.type = Join(filter.types, ",");
+  out.sort_by = sort_by;
+  out.limit = limit;
+  out.offset = offset;
+  out.label_id = label_id;
+  out.starred = filter.starred;
+  out.extensions = filter.extensions;
+  return out;
+}
+
+int AppendItems(const std::vector<Nimbard::FileInfo>& records, bool skip_hidden,
+                Json::Value& items) {
+  for (const Nimbard::FileInfo& record : records) {
+    if (skip_hidden && record.type == 2) continue;
+    Json::Value item;
+    if (ConvertFileInfoToJSon(record, item) < 0) return -1;
+    items.append(item);
+  }
+  return 0;
+}
+
+int HandleFilteredList(const ListFamilyMember& member, const RequestAuthentication& auth,
+                       const std::string& sudo_user, BridgeRequest& request,
+                       BridgeResponse& response) {
+  const PagedParams params = ReadPagedParams(member, request);
+  if (member.needs_label_id && params.label_id.empty()) {
+    Log(Logger::kError, member.log_source, __LINE__, "label_id is required");
+    response.SetError(114, "label_id is required", __LINE__);
+    return -1;
+  }
+  const ListFilter filter = ReadListFilter(request);
+  Nimbard client;
+  SetupNimbardSession(client, auth.user_name, request, sudo_user);
+  const std::string label_id = member.needs_label_id ? params.label_id : filter.label_id;
+  const Nimbard::SearchNodeFilter search = MakeSearchNodeFilter(
+      filter, params.sort_by, params.sort_direction, params.limit, params.offset, label_id);
+  std::vector<Nimbard::FileInfo> records;
+  uint64_t total = 0;
+  if ((client.*member.call)(search, records, total) < 0) {
+    return FailBackend(member.log_source, __LINE__, member.step_name, member.failure_message,
+                       client, response);
+  }
+  Json::Value result(Json::objectValue);
+  result["items"] = Json::Value(Json::arrayValue);
+  if (AppendItems(records, true, result["items"]) < 0) {
+    Log(Logger::kError, member.log_source, __LINE__, "build response failed\n");
+    response.SetError(117, "build response failed", __LINE__);
+    return -1;
+  }
+  result["total"] = Json::UInt64(total);
+  response.SetJsonResponse(result);
+  return 0;
+}
+
+int HandleRecentList(const RequestAuthentication& auth, const std::string& sudo_user,
+                     BridgeRequest& request, BridgeResponse& response) {
+  static const char kSource[] = "recent";
+  const ListFilter filter = ReadListFilter(request);
+  const int64_t limit = request.GetParamRef("limit", 200).asInt();
+  Nimbard client;
+  SetupNimbardSession(client, auth.user_name, request, sudo_user);
+  Nimbard::SearchNodeFilter search;
+  search.starred = filter.starred;
+  search.label_id = filter.label_id;
+  search.type = Join(filter.types, ",");
+  search.extensions = filter.extensions;
+  std::vector<Nimbard::FileInfo> records;
+  if (client.ListRecent(limit, records, search) < 0) {
+    return FailBackend(kSource, __LINE__, "ListRecent", "list recent failed", client, response);
+  }
+  Json::Value result(Json::objectValue);
+  result["items"] = Json::Value(Json::arrayValue);
+  if (AppendItems(records, false, result["items"]) < 0) {
+    Log(Logger::kError, kSource, __LINE__, "Failed to convert file info to json format\n");
+    response.SetError(117, "build response failed", __LINE__);
+    return -1;
+  }
+  response.SetJsonResponse(result);
+  return 0;
+}
+
+}  // namespace orvel::module

@@ -1,0 +1,54 @@
+// "list_ancestor": the chain of folders above an item, for breadcrumbs.
+#include "list-ancestor.h"
+
+#include <vector>
+
+#include "bridge/module-log.h"
+#include "orvel/common/orvel_list.h"
+#include "orvel/common/orvel_utils.h"
+
+namespace {
+constexpr const char kLogSource[] = "list-ancestor";
+}  // namespace
+
+ListAncestorHandler::ListAncestorHandler() {
+  SetRequiredDatabase(0);
+  SetAccountOption(7);
+  SetRequiredAccessPrivilege(0);
+  SetStatusOption(3);
+  SetAllowDemoMode(true);
+  SetRequestMethod(kRequestMethodRead);
+  SetAPI("ZEMO.ZemoraOrvel.Files", "list_ancestor", 0, 0);
+}
+
+ListAncestorHandler::~ListAncestorHandler() = default;
+
+int ListAncestorHandler::Handle(const RequestAuthentication& auth, BridgeRequest& request,
+                                BridgeResponse& response) {
+  const std::string path = request.GetParamRef("path", "").asString();
+  if (path.empty()) {
+    ORVEL_LOG_ERROR("Missing path\n");
+    response.SetError(117, "Missing path", __LINE__);
+    return -1;
+  }
+  Nimbard client;
+  SetupNimbardSession(client, auth.user_name, request, GetSudoUser());
+  std::vector<Nimbard::FileInfo> records;
+  if (client.ListAncestorByPath(path, records) < 0) {
+    ORVEL_LOG_ERROR("ListAncestor failed: %s (%d)", client.GetLastErrorMessage().c_str(),
+                    client.GetLastError());
+    response.SetError(OrvelErrCodeGetFromBackend(client.GetLastError()), "list ancestor failed",
+                      __LINE__);
+    return -1;
+  }
+  Json::Value result(Json::objectValue);
+  result["items"] = Json::Value(Json::arrayValue);
+  if (orvel::module::AppendItems(records, false, result["items"]) < 0) {
+    ORVEL_LOG_ERROR("build response failed\n");
+    response.SetError(117, "build response failed", __LINE__);
+    return -1;
+  }
+  result["total"] = result["items"].size();
+  response.SetJsonResponse(result);
+  return 0;
+}

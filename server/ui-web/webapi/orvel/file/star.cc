@@ -1,0 +1,68 @@
+// "star": sets or clears the star on many items with one service call.
+#include "star.h"
+
+#include <vector>
+
+#include "bridge/module-log.h"
+#include "orvel/common/orvel_utils.h"
+
+namespace {
+constexpr const char kLogSource[] = "star";
+}  // namespace
+
+StarHandler::StarHandler() {
+  SetRequiredDatabase(0);
+  SetAccountOption(3);
+  SetRequiredAccessPrivilege(0);
+  SetStatusOption(3);
+  SetAllowDemoMode(false);
+  SetRequestMethod(kRequestMethodWrite);
+  SetAPI("ZEMO.ZemoraOrvel.Files", "star", 0, 0);
+}
+
+StarHandler::~StarHandler() = default;
+
+int StarHandler::Handle(const RequestAuthentication& auth, BridgeRequest& request,
+                        BridgeResponse& response) {
+  const Json::Value files_value = request.GetParamRef("files", Json::Value(Json::arrayValue));
+  const Json::Value starred = request.GetParamRef("starred", Json::Value(Json::arrayValue));
+  std::vector<std::string> files;
+  for (const Json::Value& file : files_value) {
+    if (!file.isString()) {
+      ORVEL_LOG_ERROR("file is expected as string\n");
+      response.SetError(114, "file is expected as string", __LINE__);
+      return -1;
+    }
+    files.push_back(file.asString());
+  }
+  std::vector<Nimbard::StarEditAction> actions;
+  if (starred.isBool()) {
+    Nimbard::StarEditAction action;
+    if (JsonReqToStarAction(starred, action) < 0) {
+      ORVEL_LOG_ERROR("invalid starred format\n");
+      response.SetError(114, "invalid starred format", __LINE__);
+      return -1;
+    }
+    actions.push_back(action);
+  } else {
+    for (const Json::Value& element : starred) {
+      Nimbard::StarEditAction action;
+      if (JsonReqToStarAction(element, action) < 0) {
+        ORVEL_LOG_ERROR("invalid starred format");
+        response.SetError(114, "invalid starred format", __LINE__);
+        return -1;
+      }
+      actions.push_back(action);
+    }
+  }
+  Nimbard client;
+  SetupNimbardSession(client, auth.user_name, request, GetSudoUser());
+  if (client.EditStarOnNode(files, actions) < 0) {
+    ORVEL_LOG_ERROR("EditLabelOnNode failed: %s (%d)", client.GetLastErrorMessage().c_str(),
+                    client.GetLastError());
+    response.SetError(OrvelErrCodeGetFromBackend(client.GetLastError()),
+                      "edit label on node failed", __LINE__);
+    return -1;
+  }
+  return 0;
+}

@@ -1,0 +1,11 @@
+# orvel-syncd end to end: the real daemon in a temp ZEMO_ROOT, talked to
+# with the real Nimbard client (and raw frames for the malformed cases).
+orvel_add_test(syncd_integration_test
+  integration/syncd_files_test.cc
+  integration/syncd_upload_test.cc
+  integration/syncd_daemon_test.cc)
+target_link_libraries(syncd_integration_test PRIVATE nimbard PkgConfig::SODIUM)
+target_compile_definitions(syncd_integration_test PRIVATE
+  ORVEL_SYNCD_PATH="$<TARGET_FILE:orvel-syncd>"
+  ORVEL_ORVELCTL_PATH="$<TARGET_FILE:orvelctl>")
+add_dependencies(syncd_integration_test orvel-syncd orvelctl)

@@ -1,0 +1,368 @@
+// The SQLite store of orvel-syncd: migrations on fresh, old and too-new
+// databases, the listing SQL and its query plans, paging and totals, the
+// maintained child counters, change numbers and the unlink queue.
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "db/list_sql.h"
+#include "db/schema.h"
+#include "db/store.h"
+#include "tree.h"
+
+namespace orvel::syncd {
+namespace {
+
+class StoreTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    char tmpl[] = "/tmp/syncd-store-XXXXXX";
+    ASSERT_NE(mkdtemp(tmpl), nullptr);
+    dir_ = tmpl;
+    path_ = dir_ + "/sync.db";
+  }
+  void TearDown() override {
+    store_.reset();
+    RemoveTree(dir_);
+  }
+  void Open() {
+    Status st = OpenSqliteStore(path_, &store_);
+    ASSERT_TRUE(st.ok()) << st.ToString();
+  }
+  Node Add(const std::string& parent, const std::string& name, int type, uint64_t size = 0,
+           int64_t mtime = 0) {
+    Node n;
+    n.file_id = parent.empty() ? "root" : parent + "/" + name;
+    n.parent_id = parent;
+    n.owner = "alice";
+    n.name = name;
+    n.type = type;
+    n.size = size;
+    n.modified_time = mtime;
+    n.ext = ExtensionOf(name);
+    Status st = store_->Insert(&n);
+    EXPECT_TRUE(st.ok()) << st.ToString();
+    return n;
+  }
+  std::vector<std::string> Names(const ListQuery& q, uint64_t* total = nullptr) {
+    std::vector<Node> items;
+    uint64_t t = 0;
+    Status st = store_->ListPage(q, &items, &t);
+    EXPECT_TRUE(st.ok()) << st.ToString();
+    if (total) *total = t;
+    std::vector<std::string> out;
+    for (const Node& n : items) out.push_back(n.name);
+    return out;
+  }
+  std::string dir_, path_;
+  std::unique_ptr<Store> store_;
+};
+
+TEST_F(StoreTest, FreshDatabaseGetsEveryMigration) {
+  Open();
+  StoreStats s;
+  ASSERT_TRUE(store_->Stats(&s).ok());
+  EXPECT_EQ(s.schema_version, static_cast<uint64_t>(LatestSchemaVersion()));
+  std::string state;
+  ASSERT_TRUE(store_->GetState("status", &state).ok());
+  EXPECT_EQ(state, "enabled");
+}
+
+TEST_F(StoreTest, OldDatabaseIsMigratedKeepingItsRows) {
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open(path_.c_str(), &db), SQLITE_OK);
+  ASSERT_TRUE(MigrateSqlite(db, 1).ok());
+  ASSERT_EQ(sqlite3_exec(db,
+                         "INSERT INTO nodes (file_id, parent_id, owner, name, type) VALUES"
+                         " ('r', '', 'bob', '', 1), ('c', 'r', 'bob', 'x.txt', 0)",
+                         nullptr, nullptr, nullptr),
+            SQLITE_OK);
+  int version = 0;
+  ASSERT_TRUE(ReadSchemaVersion(db, &version).ok());
+  EXPECT_EQ(version, 1);
+  sqlite3_close(db);
+
+  Open();
+  StoreStats s;
+  ASSERT_TRUE(store_->Stats(&s).ok());
+  EXPECT_EQ(s.schema_version, 3u);
+  Node root;
+  ASSERT_TRUE(store_->GetById("r", &root).ok());
+  EXPECT_EQ(root.child_count, 1u);  // kept by the version-1 triggers
+  Node child;
+  ASSERT_TRUE(store_->GetChild("r", "x.txt", &child).ok());
+  EXPECT_TRUE(store_->PushUnlink("/x", 0).ok());  // a version-3 table
+}
+
+TEST_F(StoreTest, NewerDatabaseIsRefused) {
+  Open();
+  store_.reset();
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open(path_.c_str(), &db), SQLITE_OK);
+  ASSERT_EQ(sqlite3_exec(db, "UPDATE schema_version SET version = 99", nullptr, nullptr, nullptr), SQLITE_OK);
+  sqlite3_close(db);
+  Status st = OpenSqliteStore(path_, &store_);
+  EXPECT_EQ(st.code(), kErrInternal);
+  EXPECT_EQ(st.message(), path_ + ": database schema version 99 is newer than this daemon (3)");
+}
+
+TEST_F(StoreTest, ChildCountersFollowInsertsAndVanishing) {
+  Open();
+  Add("", "", 1);
+  Node sub = Add("root", "sub", 1);
+  Add("root", "a.txt", 0);
+  Add("root", "b.txt", 0);
+  Add("root/sub", "deep.txt", 0);
+  Node root;
+  ASSERT_TRUE(store_->GetById("root", &root).ok());
+  EXPECT_EQ(root.child_count, 3u);
+  EXPECT_EQ(root.child_dirs, 1u);
+
+  ASSERT_TRUE(store_->MarkVanished("root/sub").ok());
+  ASSERT_TRUE(store_->GetById("root", &root).ok());
+  EXPECT_EQ(root.child_count, 2u);
+  EXPECT_EQ(root.child_dirs, 0u);
+  Node deep;
+  ASSERT_TRUE(store_->GetById("root/sub/deep.txt", &deep).ok());
+  EXPECT_TRUE(deep.vanished);
+  // A vanished name is free again.
+  Node again;
+  again.file_id = "new-sub";
+  again.parent_id = "root";
+  again.owner = "alice";
+  again.name = "sub";
+  again.type = 1;
+  EXPECT_TRUE(store_->Insert(&again).ok());
+}
+
+TEST_F(StoreTest, LiveNamesAreUniqueInAFolder) {
+  Open();
+  Add("", "", 1);
+  Add("root", "a", 0);
+  Node dup;
+  dup.file_id = "other";
+  dup.parent_id = "root";
+  dup.owner = "alice";
+  dup.name = "a";
+  Status st = store_->Insert(&dup);
+  EXPECT_EQ(st.code(), kErrNameExists);
+  EXPECT_EQ(st.message(), "name already exists: a");
+}
+
+TEST_F(StoreTest, PagesSortByNameCaseInsensitivelyBothWays) {
+  Open();
+  Add("", "", 1);
+  for (const char* n : {"b", "A", "c", "B2", "a1"}) Add("root", n, 0);
+  ListQuery q;
+  q.parent_id = "root";
+  uint64_t total = 0;
+  EXPECT_EQ(Names(q, &total), (std::vector<std::string>{"A", "a1", "b", "B2", "c"}));
+  EXPECT_EQ(total, 5u);
+  q.descending = true;
+  EXPECT_EQ(Names(q), (std::vector<std::string>{"c", "B2", "b", "a1", "A"}));
+  q.descending = false;
+  q.offset = 1;
+  q.limit = 2;
+  EXPECT_EQ(Names(q, &total), (std::vector<std::string>{"a1", "b"}));
+  EXPECT_EQ(total, 5u);
+  q.offset = 5;
+  EXPECT_TRUE(Names(q).empty());
+}
+
+TEST_F(StoreTest, EqualSortKeysPageInAStableOrder) {
+  Open();
+  Add("", "", 1);
+  for (int i = 0; i < 6; ++i) Add("root", "f" + std::to_string(i), 0, i % 2 ? 10 : 20, 100);
+  ListQuery q;
+  q.parent_id = "root";
+  q.sort = SortKey::kSize;
+  EXPECT_EQ(Names(q), (std::vector<std::string>{"f1", "f3", "f5", "f0", "f2", "f4"}));
+  q.descending = true;
+  EXPECT_EQ(Names(q), (std::vector<std::string>{"f4", "f2", "f0", "f5", "f3", "f1"}));
+  q.sort = SortKey::kModified;
+  q.descending = false;
+  q.limit = 2;
+  q.offset = 2;
+  EXPECT_EQ(Names(q), (std::vector<std::string>{"f2", "f3"}));
+}
+
+TEST_F(StoreTest, TypeAndExtensionFiltersCountWhatTheyKeep) {
+  Open();
+  Add("", "", 1);
+  Add("root", "d1", 1);
+  Add("root", "d2.jpg", 1);
+  Add("root", "x.JPG", 0);
+  Add("root", "y.png", 0);
+  Add("root", "z.txt", 0);
+  ListQuery q;
+  q.parent_id = "root";
+  uint64_t total = 0;
+  q.files = false;
+  EXPECT_EQ(Names(q, &total), (std::vector<std::string>{"d1", "d2.jpg"}));
+  EXPECT_EQ(total, 2u);
+  q.files = true;
+  q.dirs = false;
+  EXPECT_EQ(Names(q, &total), (std::vector<std::string>{"x.JPG", "y.png", "z.txt"}));
+  EXPECT_EQ(total, 3u);
+  q.extensions = {"jpg", "png"};
+  EXPECT_EQ(Names(q, &total), (std::vector<std::string>{"x.JPG", "y.png"}));
+  EXPECT_EQ(total, 2u);
+}
+
+// Every sort walks its partial index: no temp b-tree, whatever the
+// direction or filter, so a page costs the same in any folder size.
+TEST_F(StoreTest, ListQueriesWalkAnIndexWithoutSorting) {
+  Open();
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open(path_.c_str(), &db), SQLITE_OK);
+  const char* expected_index[] = {"nodes_sort_name", "nodes_sort_size", "nodes_sort_mtime"};
+  int k = 0;
+  for (SortKey key : {SortKey::kName, SortKey::kSize, SortKey::kModified}) {
+    for (bool desc : {false, true}) {
+      for (bool only_files : {false, true}) {
+        ListQuery q;
+        q.parent_id = "p";
+        q.sort = key;
+        q.descending = desc;
+        q.dirs = !only_files;
+        SqlText t = BuildListSql(q, "id, name");
+        std::string plan;
+        sqlite3_stmt* st = nullptr;
+        ASSERT_EQ(sqlite3_prepare_v2(db, ("EXPLAIN QUERY PLAN " + t.sql).c_str(), -1, &st, nullptr), SQLITE_OK)
+            << t.sql;
+        while (sqlite3_step(st) == SQLITE_ROW)
+          plan += reinterpret_cast<const char*>(sqlite3_column_text(st, 3)) + std::string("\n");
+        sqlite3_finalize(st);
+        EXPECT_EQ(plan.find("TEMP B-TREE"), std::string::npos) << t.sql << "\n" << plan;
+        EXPECT_NE(plan.find(expected_index[k]), std::string::npos) << t.sql << "\n" << plan;
+      }
+    }
+    ++k;
+  }
+  sqlite3_close(db);
+}
+
+// Pages continued from a remembered cursor must equal plain OFFSET pages:
+// with equal sort keys, jumps between cursors, and after a write.
+TEST_F(StoreTest, ContinuedPagesEqualOffsetPages) {
+  Open();
+  Add("", "", 1);
+  // "x5" and "X5" tie under the case-insensitive name sort; sizes and
+  // times repeat too.
+  for (int i = 0; i < 39; ++i)
+    Add("root", std::string(i / 13 == 1 ? "X" : "x") + std::to_string(i % 13) + (i / 13 == 2 ? "b" : ""), 0,
+        static_cast<uint64_t>(i % 4), i % 5);
+  auto check = [&](const char* when) {
+    for (SortKey key : {SortKey::kName, SortKey::kSize, SortKey::kModified}) {
+      for (bool desc : {false, true}) {
+        ListQuery all;
+        all.parent_id = "root";
+        all.sort = key;
+        all.descending = desc;
+        std::vector<std::string> expected = Names(all);
+        ListQuery q = all;
+        q.limit = 7;
+        std::vector<std::string> walked;
+        for (q.offset = 0; q.offset < expected.size(); q.offset += q.limit) {
+          auto page = Names(q);
+          walked.insert(walked.end(), page.begin(), page.end());
+        }
+        EXPECT_EQ(walked, expected) << when << " sort " << static_cast<int>(key) << (desc ? " desc" : "");
+        q.offset = 17;  // between two cursors
+        q.limit = 5;
+        EXPECT_EQ(Names(q), std::vector<std::string>(expected.begin() + 17, expected.begin() + 22)) << when;
+      }
+    }
+  };
+  check("initial");
+  Add("root", "x7B", 0, 2, 3);
+  uint64_t seq = 0;
+  ASSERT_TRUE(store_->NextChange(&seq).ok());
+  ASSERT_TRUE(store_->TouchAncestors("root", seq).ok());
+  check("after a write");
+}
+
+TEST(ListSql, BuildsFiltersAndBindsInOrder) {
+  ListQuery q;
+  q.parent_id = "p";
+  q.dirs = false;
+  q.extensions = {"jpg", "png"};
+  q.limit = 10;
+  q.offset = 20;
+  SqlText t = BuildListSql(q, "id");
+  EXPECT_EQ(t.sql,
+            "SELECT id FROM nodes WHERE parent_id = ?1 AND removed = 0 AND vanished = 0"
+            " AND type = 0 AND ext IN (?2, ?3) ORDER BY name COLLATE NOCASE ASC, id ASC"
+            " LIMIT ?4 OFFSET ?5");
+  ASSERT_EQ(t.args.size(), 5u);
+  EXPECT_EQ(t.args[2].s, "png");
+  EXPECT_EQ(t.args[3].i, 10);
+  EXPECT_EQ(t.args[4].i, 20);
+  EXPECT_EQ(OrderByClause(SortKey::kModified, true), "modified_time DESC, id DESC");
+}
+
+TEST(ListSql, SortKeys) {
+  SortKey k;
+  EXPECT_TRUE(ParseSortKey("mtime", &k));
+  EXPECT_EQ(k, SortKey::kModified);
+  EXPECT_TRUE(ParseSortKey("modified_time", &k));
+  EXPECT_TRUE(ParseSortKey("size", &k));
+  EXPECT_EQ(k, SortKey::kSize);
+  EXPECT_FALSE(ParseSortKey("colour", &k));
+  EXPECT_EQ(k, SortKey::kName);
+}
+
+TEST_F(StoreTest, ChangeNumbersClimbToTheRoot) {
+  Open();
+  Add("", "", 1);
+  Add("root", "a", 1);
+  Add("root/a", "b", 1);
+  uint64_t s1 = 0, s2 = 0;
+  ASSERT_TRUE(store_->NextChange(&s1).ok());
+  ASSERT_TRUE(store_->NextChange(&s2).ok());
+  EXPECT_EQ(s2, s1 + 1);
+  ASSERT_TRUE(store_->TouchAncestors("root/a/b", s2).ok());
+  for (const char* id : {"root", "root/a", "root/a/b"}) {
+    Node n;
+    ASSERT_TRUE(store_->GetById(id, &n).ok());
+    EXPECT_EQ(n.max_id, s2) << id;
+  }
+}
+
+TEST_F(StoreTest, UnlinkJobsComeDueInOrder) {
+  Open();
+  ASSERT_TRUE(store_->PushUnlink("/late", 200).ok());
+  ASSERT_TRUE(store_->PushUnlink("/early", 100).ok());
+  std::vector<UnlinkJob> due;
+  ASSERT_TRUE(store_->DueUnlinks(150, 10, &due).ok());
+  ASSERT_EQ(due.size(), 1u);
+  EXPECT_EQ(due[0].path, "/early");
+  int64_t wait = 0;
+  ASSERT_TRUE(store_->NextUnlinkDelay(150, &wait).ok());
+  EXPECT_EQ(wait, 0);
+  ASSERT_TRUE(store_->DeleteUnlink(due[0].id).ok());
+  ASSERT_TRUE(store_->NextUnlinkDelay(150, &wait).ok());
+  EXPECT_EQ(wait, 50);
+}
+
+TEST_F(StoreTest, ServiceStateAndFreezePersist) {
+  Open();
+  ASSERT_TRUE(store_->SetState("status", "moving_db").ok());
+  ASSERT_TRUE(store_->SetFreeze(0, true).ok());
+  store_.reset();
+  Open();
+  std::string state;
+  bool frozen = false;
+  ASSERT_TRUE(store_->GetState("status", &state).ok());
+  ASSERT_TRUE(store_->GetFreeze(0, &frozen).ok());
+  EXPECT_EQ(state, "moving_db");
+  EXPECT_TRUE(frozen);
+  ASSERT_TRUE(store_->GetFreeze(7, &frozen).ok());
+  EXPECT_FALSE(frozen);
+}
+
+}  // namespace
+}  // namespace orvel::syncd
