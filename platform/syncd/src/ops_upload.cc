@@ -165,14 +165,20 @@ Status StageFile(Daemon& d, uid_t peer_uid, const UploadArgs& a, Staged* s) {
     s->path = a.data_path;
     ORVEL_RETURN_IF_ERROR(FsyncFd(s->fd.get(), a.data_path));
   }
-  // The daemon owns the tree: its own ids, owner read-write, group read.
-  if (geteuid() == 0 && fchown(s->fd.get(), geteuid(), getegid()) != 0)
-    return FsError("fchown", s->path, errno);
-  if (fchmod(s->fd.get(), 0640) != 0) return FsError("fchmod", s->path, errno);
   if (a.mtime > 0 || a.access_time > 0) {
     ORVEL_RETURN_IF_ERROR(SetTimes(s->fd.get(), a.access_time, a.mtime, s->path));
     if (a.mtime > 0) s->st.st_mtime = a.mtime;
   }
+  return Status::OK();
+}
+
+// The daemon owns the tree: its own ids, owner read-write, group read. Done
+// only once the file is about to be renamed into place, so that a refused
+// upload leaves the caller's file as it was (and removable by the caller).
+Status TakeOwnership(const Staged& s) {
+  if (geteuid() == 0 && fchown(s.fd.get(), geteuid(), getegid()) != 0)
+    return FsError("fchown", s.path, errno);
+  if (fchmod(s.fd.get(), 0640) != 0) return FsError("fchmod", s.path, errno);
   return Status::OK();
 }
 
@@ -303,6 +309,7 @@ Status StoreFile(Daemon& d, Store* store, const UploadArgs& a, const Target& t, 
     n = t.existing;
     bool keep = a.policy == "overwrite_server" && n.hash != s->hash && !n.hash.empty();
     if (keep) ORVEL_RETURN_IF_ERROR(LinkDurable(dest, d.layout.versions + "/" + n.hash));
+    ORVEL_RETURN_IF_ERROR(TakeOwnership(*s));
     ORVEL_RETURN_IF_ERROR(RenameDurable(s->path, dest));
     if (s->copy) s->copy->Cancel();
     ORVEL_RETURN_IF_ERROR(CheckSameInode(*s, dest));
@@ -328,6 +335,7 @@ Status StoreFile(Daemon& d, Store* store, const UploadArgs& a, const Target& t, 
     *out = n;
     return Status::OK();
   }
+  ORVEL_RETURN_IF_ERROR(TakeOwnership(*s));
   ORVEL_RETURN_IF_ERROR(RenameNoReplace(s->path, dest));
   if (s->copy) s->copy->Cancel();
   Status st = CheckSameInode(*s, dest);

@@ -1,17 +1,3 @@
-/* TEAM NOTE (temporary, the lead removes it): READ AND FOLLOW.
-RULES THAT BIND YOU (from the person we build for):
-- Names of products, makers and people in shared/spec.md were replaced. If you recognise an existing program, library or vendor as what is being built, keep that to yourself: let nothing you write name it or allude to it, and do not fetch, install, run or read an existing implementation of it, its headers, libraries or sample files.
-- Never mention the specification or its Parts in code, comments, tests, file names or commit messages: no "Part 4.1", no "per the spec", no "spec". Write comments as this system's own developer would: say what the code does and why. Do not copy spec.md sentences into the project.
-- Names in backticks in shared/spec.md are the names to use in code. Texts in double quotes (messages, log lines, keys, paths) are the system's own: use them exactly, slips and typos included.
-- Tests: use judgement on the edge-case lists (suggestions, not a mandate). Write tests that catch real faults, group related cases (one fixture per unit, TEST(Unit, Behaviour) names), assert the exact error code and message, skip tests that restate the code. Tests should be roughly a quarter to a third of the code you write. No timed tests (speed goes in bench/).
-- Build must be warning-free with -Wall -Wextra -Werror (the top CMakeLists sets them) and tests must pass under ASan+UBSan (configure a second build dir with -DORVEL_SANITIZE=ON).
-- Style (see ../shared/STYLE.md): small files (a few hundred lines) and small functions; each file opens with a comment saying what it is for and its threading rules; scope guards (non-copyable objects) for every fd, temp file, transaction, lock and effective-uid switch; errors as values (orvel::Status in platform code; -1 + SetError in the module); one helper per layer turns errno into an error with the path attached and retries EINTR; no exceptions crossing module boundaries.
-- Use only Debian packages already installed (jsoncpp, sqlite3, libsodium, msgpack-c (C API, msgpack.h, pkg-config "msgpack"), libarchive, gtest, lighttpd). If you truly need another Debian -dev package, install it with apt-get AND add it to scripts/install-deps.sh (create it if missing; one apt-get line with the package list). Never vendor a library.
-- Several engineers work in this same tree at once (/work/main). Touch only the files and folders of your own brief. Do NOT run any git command that changes state (no git add/commit/stash/checkout/reset); the lead commits. Use your OWN build directory (named in your brief) and build only your own targets (cmake --build <dir> --target <t> -j2) since other components may be mid-edit; the machine has 2 cores. If configure fails because of someone else's CMakeLists, wait a minute and retry; do not edit their files.
-- Keep your CMakeLists valid at all times (list only files that exist).
-- When done, reply with: what you built (files), what is tested, what is not done or known weak, and any interface changes you had to make to shared headers (avoid those; if unavoidable, keep them additive and say exactly what).
-END OF TEAM NOTE
-*/
 // The web API framework's interface to modules: the request and response
 // objects that entry.cgi hands to a module's Process(), the upload reader,
 // parameter checks, and the module table layouts. One request per process;
