@@ -139,7 +139,7 @@ int Nimbard::Call(const std::string& op, const PObject& args, PObject* result) {
     int code = static_cast<int>(err["code"].asInt64(orvel::kErrInternal));
     return Fail(code == 0 ? orvel::kErrInternal : code, err["message"].asString());
   }
-  if (result) *result = answer["result"];
+  if (result) *result = std::move(answer["result"]);  // no deep copy of large answers
   return 0;
 }
 

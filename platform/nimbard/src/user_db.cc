@@ -14,6 +14,7 @@ namespace orvel {
 namespace {
 
 constexpr uint32_t kFirstUid = 1026;
+constexpr int64_t kSessionRefreshSeconds = 60;
 
 const char* kSchema =
     "CREATE TABLE IF NOT EXISTS users ("
@@ -260,7 +261,10 @@ Status UserDb::LookupSession(const std::string& sid, unsigned idle_seconds, unsi
   const int64_t now = static_cast<int64_t>(std::time(nullptr));
   out->timed_out = now - out->last_seen > static_cast<int64_t>(idle_seconds) ||
                    now - out->created > static_cast<int64_t>(max_seconds);
-  if (!out->timed_out && now != out->last_seen) {
+  // last_seen is refreshed at most once a minute: a write (and its WAL sync)
+  // on every request would cost more than the rest of a listing, and the idle
+  // time-out does not need finer steps.
+  if (!out->timed_out && now - out->last_seen >= kSessionRefreshSeconds) {
     Stmt u(db_, "UPDATE sessions SET last_seen = ?1 WHERE sid = ?2");
     u.Bind(1, now).Bind(2, sid);
     if (u.Step() != SQLITE_DONE) return DbError(db_, "refresh session");

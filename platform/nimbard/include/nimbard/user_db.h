@@ -62,7 +62,8 @@ class UserDb {
   // Sessions: random 32-byte ids and tokens (hex).
   Status CreateSession(const std::string& user, SessionRecord* out);
   // Finds a session; marks timed_out (and does not refresh) when the idle or
-  // absolute limit passed, else refreshes last_seen. kErrNotFound if unknown.
+  // absolute limit passed, else refreshes last_seen when it is a minute old or
+  // more. kErrNotFound if unknown.
   Status LookupSession(const std::string& sid, unsigned idle_seconds, unsigned max_seconds,
                        SessionRecord* out);
   Status DeleteSession(const std::string& sid);

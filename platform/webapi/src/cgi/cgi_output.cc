@@ -22,7 +22,12 @@ std::string EnvelopeText(const ZEMO::APIResponse& response) {
   Json::StreamWriterBuilder builder;
   builder["indentation"] = "";
   builder["emitUTF8"] = true;
-  return Json::writeString(builder, response.Envelope()) + "\n";
+  if (response.IsError() || !response.HasData()) {
+    return Json::writeString(builder, response.Envelope()) + "\n";
+  }
+  // The success envelope written around the data, so that a large answer is
+  // not copied into a second tree first.
+  return "{\"data\":" + Json::writeString(builder, response.GetData()) + ",\"success\":true}\n";
 }
 
 void WriteAnswer(const ZEMO::APIResponse& response, FILE* out) {

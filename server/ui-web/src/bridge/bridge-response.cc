@@ -14,6 +14,11 @@ void BridgeResponse::SetJsonResponse(const Json::Value& value) {
   json_ = value;
 }
 
+void BridgeResponse::SetJsonResponse(Json::Value&& value) {
+  type_ = kJson;
+  json_ = std::move(value);
+}
+
 void BridgeResponse::SetHeader(std::string name, std::string value) {
   headers_.emplace_back(std::move(name), std::move(value));
 }

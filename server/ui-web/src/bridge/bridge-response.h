@@ -35,6 +35,8 @@ class BridgeResponse {
 
   // Makes this a JSON response holding a copy of value.
   void SetJsonResponse(const Json::Value& value);
+  // The same without copying a large answer (listings).
+  void SetJsonResponse(Json::Value&& value);
   const Json::Value& GetJsonObject() const { return json_; }
 
   // Appends a header; the same name may be set more than once.

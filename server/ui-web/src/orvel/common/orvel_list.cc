@@ -1,6 +1,8 @@
 // The listing family (see orvel_list.h).
 #include "orvel_list.h"
 
+#include <utility>
+
 #include "bridge/module-log.h"
 #include "orvel_utils.h"
 
@@ -73,7 +75,7 @@ int AppendItems(const std::vector<Nimbard::FileInfo>& records, bool skip_hidden,
     if (skip_hidden && record.type == 2) continue;
     Json::Value item;
     if (ConvertFileInfoToJSon(record, item) < 0) return -1;
-    items.append(item);
+    items.append(std::move(item));
   }
   return 0;
 }
@@ -107,7 +109,7 @@ int HandleFilteredList(const ListFamilyMember& member, const RequestAuthenticati
     return -1;
   }
   result["total"] = Json::UInt64(total);
-  response.SetJsonResponse(result);
+  response.SetJsonResponse(std::move(result));
   return 0;
 }
 
@@ -134,7 +136,7 @@ int HandleRecentList(const RequestAuthentication& auth, const std::string& sudo_
     response.SetError(117, "build response failed", __LINE__);
     return -1;
   }
-  response.SetJsonResponse(result);
+  response.SetJsonResponse(std::move(result));
   return 0;
 }
 

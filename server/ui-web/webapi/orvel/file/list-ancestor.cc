@@ -49,6 +49,6 @@ int ListAncestorHandler::Handle(const RequestAuthentication& auth, BridgeRequest
     return -1;
   }
   result["total"] = result["items"].size();
-  response.SetJsonResponse(result);
+  response.SetJsonResponse(std::move(result));
   return 0;
 }

@@ -69,6 +69,6 @@ int ListBackupTasksHandler::Handle(const RequestAuthentication& auth, BridgeRequ
     return -1;
   }
   result["total"] = result["items"].size();
-  response.SetJsonResponse(result);
+  response.SetJsonResponse(std::move(result));
   return 0;
 }

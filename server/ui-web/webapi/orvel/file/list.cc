@@ -69,6 +69,6 @@ int ListHandler::ListMyOrvel(const RequestAuthentication& auth, BridgeRequest& r
     return -1;
   }
   result["total"] = Json::UInt64(total);
-  response.SetJsonResponse(result);
+  response.SetJsonResponse(std::move(result));
   return 0;
 }

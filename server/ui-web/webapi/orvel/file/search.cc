@@ -114,6 +114,6 @@ int SearchHandler::SearchFile(const RequestAuthentication& auth, BridgeRequest& 
     return -1;
   }
   result["search_time"] = seconds;
-  response.SetJsonResponse(result);
+  response.SetJsonResponse(std::move(result));
   return 0;
 }
