@@ -88,7 +88,7 @@ TEST_F(StoreTest, OldDatabaseIsMigratedKeepingItsRows) {
   Open();
   StoreStats s;
   ASSERT_TRUE(store_->Stats(&s).ok());
-  EXPECT_EQ(s.schema_version, 3u);
+  EXPECT_EQ(s.schema_version, static_cast<uint64_t>(LatestSchemaVersion()));
   Node root;
   ASSERT_TRUE(store_->GetById("r", &root).ok());
   EXPECT_EQ(root.child_count, 1u);  // kept by the version-1 triggers
@@ -106,7 +106,8 @@ TEST_F(StoreTest, NewerDatabaseIsRefused) {
   sqlite3_close(db);
   Status st = OpenSqliteStore(path_, &store_);
   EXPECT_EQ(st.code(), kErrInternal);
-  EXPECT_EQ(st.message(), path_ + ": database schema version 99 is newer than this daemon (3)");
+  EXPECT_EQ(st.message(), path_ + ": database schema version 99 is newer than this daemon (" +
+                              std::to_string(LatestSchemaVersion()) + ")");
 }
 
 TEST_F(StoreTest, ChildCountersFollowInsertsAndVanishing) {

@@ -23,6 +23,14 @@ int Usage(const std::string& error) {
           "  orvelctl service set-state enabled|disabled|moving_db\n"
           "  orvelctl freeze on|off\n"
           "  orvelctl status\n"
+          "  orvelctl share <owner> <path> --user|--group NAME [--role viewer|commenter|editor]\n"
+          "  orvelctl unshare <owner> <path> --user|--group NAME\n"
+          "  orvelctl link create <owner> <path> [--role R] [--expires-in SECONDS]\n"
+          "  orvelctl link remove <token>\n"
+          "  orvelctl backup add <user> <name> <folder path>\n"
+          "  orvelctl backup remove <user> <task id>\n"
+          "  orvelctl access-requests <owner>\n"
+          "  orvelctl task list [owner] | task show <id> | task cancel <id>\n"
           "Paths are resolved under ZEMO_ROOT. Without --password, \"user add\" reads the\n"
           "password from standard input (prompting on a terminal).\n");
   return 2;
@@ -43,5 +51,11 @@ int main(int argc, char** argv) {
   if (group == "service") return ServiceCommand(rest);
   if (group == "freeze") return FreezeCommand(rest);
   if (group == "status") return StatusCommand(rest);
+  if (group == "share") return ShareCommand(rest);
+  if (group == "unshare") return UnshareCommand(rest);
+  if (group == "link") return LinkCommand(rest);
+  if (group == "backup") return BackupCommand(rest);
+  if (group == "access-requests") return AccessRequestsCommand(rest);
+  if (group == "task") return TaskCommand(rest);
   return Usage("unknown command '" + group + "'");
 }

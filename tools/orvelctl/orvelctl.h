@@ -14,6 +14,12 @@ int UserCommand(const Args& args);     // user add|list|set
 int ServiceCommand(const Args& args);  // service status|set-state
 int FreezeCommand(const Args& args);   // freeze on|off
 int StatusCommand(const Args& args);   // status
+int ShareCommand(const Args& args);    // share <owner> <path> --user|--group NAME [--role R]
+int UnshareCommand(const Args& args);  // unshare <owner> <path> --user|--group NAME
+int LinkCommand(const Args& args);     // link create|remove
+int BackupCommand(const Args& args);   // backup add|remove
+int AccessRequestsCommand(const Args& args);  // access-requests <owner>
+int TaskCommand(const Args& args);     // task list|show|cancel
 
 // Prints "orvelctl: <text>" to stderr and returns 1.
 int Fail(const std::string& text);

@@ -51,6 +51,7 @@ int SyncConfigMgr::Init() {
   idle_ = static_cast<unsigned>(UIntKey(root, "session_idle_seconds", 3600));
   max_ = static_cast<unsigned>(UIntKey(root, "session_max_seconds", 604800));
   workers_ = static_cast<unsigned>(UIntKey(root, "worker_threads", 2));
+  office_converter_ = StringKey(root, "office_converter", "soffice");
   tpx_shares_.clear();
   for (const Json::Value& s : root["tpx_shares"]) {
     if (!s.isObject()) continue;
@@ -78,6 +79,7 @@ uint64_t SyncConfigMgr::GetUploadMaxBytes() const { return upload_max_; }
 unsigned SyncConfigMgr::GetSessionIdleSeconds() const { return idle_; }
 unsigned SyncConfigMgr::GetSessionMaxSeconds() const { return max_; }
 unsigned SyncConfigMgr::GetWorkerThreads() const { return workers_; }
+std::string SyncConfigMgr::GetOfficeConverter() const { return office_converter_; }
 std::string SyncConfigMgr::GetSyncDbPath() const { return db_connect_ + "/sync.db"; }
 std::string SyncConfigMgr::GetUserDbPath() const { return db_connect_ + "/users.db"; }
 std::string SyncConfigMgr::GetLogDbPath() const { return db_connect_ + "/log.db"; }

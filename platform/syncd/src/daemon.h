@@ -21,6 +21,7 @@
 namespace orvel::syncd {
 
 class JobRunner;
+class TaskRunner;
 
 // Looks users up in the NAS user database (a small pool of connections).
 class UserDirectory {
@@ -43,6 +44,7 @@ struct Daemon {
   std::unique_ptr<StorePool> pool;
   std::unique_ptr<UserDirectory> users;
   JobRunner* jobs = nullptr;  // owned by main; may be null in tests
+  TaskRunner* tasks = nullptr;  // owned by main; may be null in tests
 
   uid_t self_uid = 0;
   uid_t web_uid = static_cast<uid_t>(-1);  // -1 when the web account is unknown

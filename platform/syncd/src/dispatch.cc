@@ -7,6 +7,8 @@
 #include "log.h"
 #include "nimbard/wire.h"
 #include "ops.h"
+#include "ops_browse.h"
+#include "ops_transfer.h"
 
 namespace orvel::syncd {
 namespace {
@@ -29,14 +31,20 @@ Status CheckAdminPeer(const RequestContext& ctx) {
                                     std::to_string(ctx.peer_uid) + ")");
 }
 
-Status CheckCaller(RequestContext& ctx) {
+Status CheckCaller(RequestContext& ctx, unsigned flags) {
   std::string name = ctx.user;
   if (!ctx.sudo.empty()) {
     if (ctx.peer_uid != 0) return Status(kErrPermission, "sudo needs a root peer");
     name = ctx.sudo;
   }
-  if (name.empty() || name == "anonymous")
+  if (name.empty() || name == "anonymous") {
+    // A link visitor: the token itself is checked where the item is resolved.
+    if ((flags & kOpVisitor) && !ctx.sharing_token.empty()) {
+      ctx.caller.peer_uid = ctx.peer_uid;
+      return Status::OK();
+    }
     return Status(kErrSharingToken, "sharing token invalid or expired");
+  }
   Status st = ctx.d->users->Lookup(name, &ctx.caller.user);
   if (!st.ok()) return st;
   ctx.caller.peer_uid = ctx.peer_uid;
@@ -58,7 +66,7 @@ Status CheckServiceState(RequestContext& ctx, unsigned flags) {
 
 Status Run(RequestContext& ctx, const OpSpec& op, const PObject& args, PObject* result) {
   if (op.flags & kOpAdmin) ORVEL_RETURN_IF_ERROR(CheckAdminPeer(ctx));
-  if (op.flags & kOpCaller) ORVEL_RETURN_IF_ERROR(CheckCaller(ctx));
+  if (op.flags & kOpCaller) ORVEL_RETURN_IF_ERROR(CheckCaller(ctx, op.flags));
   if (op.flags & (kOpStore | kOpEnabled | kOpWrite)) ORVEL_RETURN_IF_ERROR(ctx.d->pool->Acquire(&ctx.store));
   if (op.flags & (kOpEnabled | kOpWrite)) ORVEL_RETURN_IF_ERROR(CheckServiceState(ctx, op.flags));
   return op.handler(ctx, args, result);
@@ -73,10 +81,47 @@ const std::vector<OpSpec>& OpTable() {
       {"admin_set_status", OpAdminSetStatus, kOpAdmin | kOpStore},
       {"admin_set_freeze", OpAdminSetFreeze, kOpAdmin | kOpStore},
       {"admin_stats", OpAdminStats, kOpAdmin | kOpStore},
-      {"list_file", OpListFile, kOpCaller | kOpEnabled | kOpStore},
-      {"get_file_info", OpGetFileInfo, kOpCaller | kOpEnabled | kOpStore},
+      {"list_file", OpListFile, kOpCaller | kOpVisitor | kOpEnabled | kOpStore},
+      {"get_file_info", OpGetFileInfo, kOpCaller | kOpVisitor | kOpEnabled | kOpStore},
       {"upload_file", OpUploadFile, kOpCaller | kOpEnabled | kOpWrite | kOpStore},
       {"job_push_unlink", OpJobPushUnlink, 0},
+      // Browsing, marks and sharing (ops_browse.h).
+      {"list_starred", OpListStarred, kOpCaller | kOpEnabled | kOpStore},
+      {"list_labelled", OpListLabelled, kOpCaller | kOpEnabled | kOpStore},
+      {"list_shared_with_me", OpListSharedWithMe, kOpCaller | kOpEnabled | kOpStore},
+      {"list_shared_with_others", OpListSharedWithOthers, kOpCaller | kOpEnabled | kOpStore},
+      {"list_recent", OpListRecent, kOpCaller | kOpEnabled | kOpStore},
+      {"list_ancestor", OpListAncestor, kOpCaller | kOpVisitor | kOpEnabled | kOpStore},
+      {"list_backups", OpListBackups, kOpCaller | kOpEnabled | kOpStore},
+      {"edit_star", OpEditStar, kOpCaller | kOpEnabled | kOpWrite | kOpStore},
+      {"edit_label", OpEditLabel, kOpCaller | kOpEnabled | kOpWrite | kOpStore},
+      {"request_access", OpRequestAccess, kOpCaller | kOpEnabled | kOpWrite | kOpStore},
+      {"admin_share", OpAdminShare, kOpAdmin | kOpStore},
+      {"admin_unshare", OpAdminUnshare, kOpAdmin | kOpStore},
+      {"admin_link_create", OpAdminLinkCreate, kOpAdmin | kOpStore},
+      {"admin_link_remove", OpAdminLinkRemove, kOpAdmin | kOpStore},
+      {"admin_backup_add", OpAdminBackupAdd, kOpAdmin | kOpStore},
+      {"admin_backup_remove", OpAdminBackupRemove, kOpAdmin | kOpStore},
+      {"admin_access_requests", OpAdminAccessRequests, kOpAdmin | kOpStore},
+      {"search", OpSearch, kOpCaller | kOpEnabled | kOpStore},
+      {"get_thumbnail", OpGetThumbnail, kOpCaller | kOpVisitor | kOpEnabled | kOpStore},
+      {"update_file", OpUpdateFile, kOpCaller | kOpVisitor | kOpEnabled | kOpWrite | kOpStore},
+      // Transfer, organising and tasks (ops_transfer.h).
+      {"copy_dry_run", OpCopyDryRun, kOpCaller | kOpEnabled | kOpStore},
+      {"copy", OpCopy, kOpCaller | kOpEnabled | kOpWrite | kOpStore},
+      {"move_dry_run", OpMoveDryRun, kOpCaller | kOpEnabled | kOpStore},
+      {"move", OpMove, kOpCaller | kOpEnabled | kOpWrite | kOpStore},
+      {"delete", OpDelete, kOpCaller | kOpEnabled | kOpWrite | kOpStore},
+      {"convert_office", OpConvertOffice, kOpCaller | kOpEnabled | kOpWrite | kOpStore},
+      {"upload_from_tpx", OpUploadFromTpx, kOpCaller | kOpEnabled | kOpWrite | kOpStore},
+      {"download", OpDownload, kOpCaller | kOpEnabled | kOpStore},
+      {"download_dry_run", OpDownloadDryRun, kOpCaller | kOpEnabled | kOpStore},
+      {"download_task_result", OpDownloadTaskResult, kOpCaller | kOpEnabled | kOpStore},
+      {"task_get", OpTaskGet, kOpCaller | kOpStore},
+      {"task_cancel", OpTaskCancel, kOpCaller | kOpStore},
+      {"admin_task_list", OpAdminTaskList, kOpAdmin},
+      {"admin_task_show", OpAdminTaskShow, kOpAdmin},
+      {"admin_task_cancel", OpAdminTaskCancel, kOpAdmin},
   };
   return kOps;
 }

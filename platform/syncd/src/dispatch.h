@@ -33,6 +33,8 @@ enum OpFlags : unsigned {
   kOpEnabled = 4,    // refused (-1103) unless the service state is "enabled"
   kOpWrite = 8,      // refused (-1103) while view 0 is frozen
   kOpStore = 16,     // leases a database connection into ctx.store
+  kOpVisitor = 32,   // with kOpCaller: also admits a visitor without an account
+                     // who brings a sharing token (ctx.caller.user.name stays "")
 };
 
 struct OpSpec {

@@ -25,6 +25,7 @@
 #include "nimbard/zemo_root.h"
 #include "reconcile.h"
 #include "server.h"
+#include "tasks.h"
 
 namespace orvel::syncd {
 namespace {
@@ -156,6 +157,15 @@ int Main(int argc, char** argv) {
   JobRunner jobs(d.get());
   d->jobs = &jobs;
   jobs.Start();
+  // Tasks: interrupted ones are requeued or failed before the workers start.
+  TaskRunner tasks(d.get(), config.GetWorkerThreads());
+  st = tasks.Open();
+  if (!st.ok()) {
+    SLOG_ERROR("tasks: %s", st.ToString().c_str());
+    return 1;
+  }
+  d->tasks = &tasks;
+  tasks.Start();
   std::atomic<bool> signalled{false};
   std::thread waiter([&server, &signalled, set] {
     for (;;) {
@@ -176,6 +186,8 @@ int Main(int argc, char** argv) {
   // Wake the waiter if the server stopped for another reason.
   if (!signalled) pthread_kill(waiter.native_handle(), SIGTERM);
   waiter.join();
+  tasks.Stop();
+  d->tasks = nullptr;
   jobs.Stop();
   d->jobs = nullptr;
   d->pool->CloseIdle();

@@ -2,7 +2,9 @@
 // A page costs O(page): it walks one of the folder's sort indexes and takes
 // the total from the folder's maintained child counters (docs/daemon.md).
 #include <algorithm>
+#include <ctime>
 
+#include "access.h"
 #include "db/list_sql.h"
 #include "item.h"
 #include "ops.h"
@@ -53,13 +55,16 @@ Status ParseTypeFilter(const PObject& v, ListQuery* q) {
   return Status::OK();
 }
 
-// Reads the list filter of docs/wire.md into q. *empty_result is set for
-// filters that match nothing yet (starred items).
-Status ParseListFilter(const PObject& f, ListQuery* q, bool* empty_result) {
-  *empty_result = false;
+}  // namespace
+
+// Reads the list filter of docs/wire.md into q; *label_id and *starred pick
+// marked items only.
+Status ParseListFilter(const PObject& f, ListQuery* q, std::string* label_id, bool* starred) {
+  label_id->clear();
+  *starred = false;
   if (f.isNull()) return Status::OK();
   if (!f.isMap()) return Status(kErrInvalidArgument, "argument \"filter\" must be a map");
-  std::string sort_by = "name", direction = "asc", label_id;
+  std::string sort_by = "name", direction = "asc";
   ORVEL_RETURN_IF_ERROR(ArgString(f, "sort_by", &sort_by));
   ORVEL_RETURN_IF_ERROR(ArgString(f, "sort_direction", &direction));
   if (!ParseSortKey(Lower(sort_by), &q->sort))
@@ -83,20 +88,53 @@ Status ParseListFilter(const PObject& f, ListQuery* q, bool* empty_result) {
     if (!e.empty() && e[0] == '.') e.erase(0, 1);
     if (!e.empty()) q->extensions.push_back(e);
   }
-  ORVEL_RETURN_IF_ERROR(ArgString(f, "label_id", &label_id));
-  if (!label_id.empty()) return Status(kErrLabelNotFound, "label not found: " + label_id);
-  bool starred = false;
-  ORVEL_RETURN_IF_ERROR(ArgBool(f, "starred", &starred));
-  *empty_result = starred;  // no item is starred before stars exist
-  return Status::OK();
+  ORVEL_RETURN_IF_ERROR(ArgString(f, "label_id", label_id));
+  return ArgBool(f, "starred", starred);
 }
 
-Status ResolveArgPath(RequestContext& ctx, const PObject& args, Resolved* out) {
+namespace {
+
+Status ResolveArgPath(RequestContext& ctx, const PObject& args, Access* out) {
   std::string path;
   ORVEL_RETURN_IF_ERROR(ArgString(args, "path", &path));
-  ItemRef ref;
-  ORVEL_RETURN_IF_ERROR(ParseItemRef(path, &ref));
-  return ResolveRef(*ctx.d, ctx.store.get(), ctx.caller, ref, out);
+  return ResolveAccess(ctx, path, out);
+}
+
+// A page of the folder's children that carry the caller's star or label.
+Status ListMarkedChildren(RequestContext& ctx, const ListQuery& q, const std::string& label_id,
+                          bool starred, std::vector<Node>* rows, uint64_t* total) {
+  if (IsVisitor(ctx)) return Status::OK();  // visitors have no marks
+  MarkQuery m;
+  m.kind = starred ? MarkQuery::Kind::kStarred : MarkQuery::Kind::kLabelled;
+  m.user = ctx.caller.user.name;
+  if (!label_id.empty()) {
+    Label label;
+    ORVEL_RETURN_IF_ERROR(ctx.store->browse()->GetLabel(m.user, label_id, &label));
+    m.kind = MarkQuery::Kind::kLabelled;
+    m.label_id = label_id;
+  }
+  m.parent_id = q.parent_id;
+  m.sort = q.sort;
+  m.descending = q.descending;
+  m.files = q.files;
+  m.dirs = q.dirs;
+  m.extensions = q.extensions;
+  m.offset = q.offset;
+  m.limit = q.limit;
+  std::vector<Node> found;
+  ORVEL_RETURN_IF_ERROR(ctx.store->browse()->ListMarked(m, &found, total));
+  if (starred && !label_id.empty()) {  // both: starred among the labelled
+    ItemMarks marks;
+    std::vector<std::string> ids;
+    for (const Node& n : found) ids.push_back(n.file_id);
+    ORVEL_RETURN_IF_ERROR(ctx.store->browse()->MarksAmong(m.user, ids, &marks));
+    for (Node& n : found)
+      if (marks.starred.count(n.file_id)) rows->push_back(std::move(n));
+    *total = rows->size();
+    return Status::OK();
+  }
+  *rows = std::move(found);
+  return Status::OK();
 }
 
 }  // namespace
@@ -108,26 +146,30 @@ Status OpListFile(RequestContext& ctx, const PObject& args, PObject* result) {
   ORVEL_RETURN_IF_ERROR(ArgStringList(args, "extra", &extra));  // accepted; none defined yet
   if (recursive) return Status(kErrInvalidArgument, "recursive listing is not supported");
   ListQuery q;
-  bool empty_result = false;
-  ORVEL_RETURN_IF_ERROR(ParseListFilter(args["filter"], &q, &empty_result));
+  std::string label_id;
+  bool starred = false;
+  ORVEL_RETURN_IF_ERROR(ParseListFilter(args["filter"], &q, &label_id, &starred));
 
-  Resolved folder;
+  Access folder;
   ORVEL_RETURN_IF_ERROR(ResolveArgPath(ctx, args, &folder));
-  if (!folder.node.is_dir()) return Status(kErrNotFolder, "not a folder: " + folder.ViewPath());
+  if (!folder.node.is_dir()) return Status(kErrNotFolder, "not a folder: " + folder.view_path);
   q.parent_id = folder.node.file_id;
 
   std::vector<Node> rows;
   uint64_t total = 0;
-  if (!empty_result) {
+  {
     Transaction tx(ctx.store.get(), false);  // page and total from one snapshot
     ORVEL_RETURN_IF_ERROR(tx.status());
-    ORVEL_RETURN_IF_ERROR(ctx.store->ListPage(q, &rows, &total));
+    if (starred || !label_id.empty())
+      ORVEL_RETURN_IF_ERROR(ListMarkedChildren(ctx, q, label_id, starred, &rows, &total));
+    else
+      ORVEL_RETURN_IF_ERROR(ctx.store->ListPage(q, &rows, &total));
   }
-  std::string view = folder.ViewPath();
-  std::string disk = DiskPath(ctx.d->layout, folder.node.owner, folder.components);
-  PObject items = PObject::MakeArray();
-  for (const Node& n : rows)
-    items.push_back(MakeRecord(n, view + "/" + n.name, disk + "/" + n.name, ctx.caller.user));
+  std::vector<Access> children;
+  children.reserve(rows.size());
+  for (const Node& n : rows) children.push_back(ChildAccess(ctx.d->layout, folder, n));
+  PObject items;
+  ORVEL_RETURN_IF_ERROR(AccessRecords(ctx, children, false, &items));
   (*result)["items"] = std::move(items);
   (*result)["total"] = static_cast<unsigned long long>(total);
   return Status::OK();
@@ -136,12 +178,12 @@ Status OpListFile(RequestContext& ctx, const PObject& args, PObject* result) {
 Status OpGetFileInfo(RequestContext& ctx, const PObject& args, PObject* result) {
   std::vector<std::string> extra;
   ORVEL_RETURN_IF_ERROR(ArgStringList(args, "extra", &extra));  // accepted; none defined yet
-  Resolved item;
+  Access item;
   ORVEL_RETURN_IF_ERROR(ResolveArgPath(ctx, args, &item));
-  (*result)["file"] = MakeRecord(item.node, item.ViewPath(),
-                                 DiskPath(ctx.d->layout, item.node.owner, item.components),
-                                 ctx.caller.user);
-  return Status::OK();
+  if (!IsVisitor(ctx) && !item.node.is_dir())  // an opened file counts as recent
+    ORVEL_RETURN_IF_ERROR(ctx.store->browse()->TouchRecent(ctx.caller.user.name, item.node.file_id,
+                                                           static_cast<int64_t>(time(nullptr))));
+  return AccessRecord(ctx, item, &(*result)["file"]);
 }
 
 }  // namespace orvel::syncd

@@ -83,7 +83,10 @@ Status ReconcileOne(Store* store, const Node& folder, const std::string& dir, Re
   std::vector<Node> rows;
   ORVEL_RETURN_IF_ERROR(store->ListAllChildren(folder.file_id, &rows));
   std::map<std::string, Node> live, gone;
-  for (Node& r : rows) (r.vanished ? gone : live)[r.name] = r;
+  for (Node& r : rows) {
+    if (r.removed) continue;  // in the recycle bin: its content lives in @recycle
+    (r.vanished ? gone : live)[r.name] = r;
+  }
 
   // Hash outside the transaction; collect the writes.
   std::vector<Node> inserts;

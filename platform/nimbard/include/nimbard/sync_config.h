@@ -36,6 +36,7 @@ class SyncConfigMgr {
   unsigned GetSessionIdleSeconds() const;     // 3600
   unsigned GetSessionMaxSeconds() const;      // 604800
   unsigned GetWorkerThreads() const;          // 2
+  std::string GetOfficeConverter() const;     // "soffice" (looked up in PATH) or an absolute path
   const std::vector<orvel::TpxShare>& GetTpxShares() const { return tpx_shares_; }
 
   // The database files of the sqlite back-end.
@@ -48,6 +49,7 @@ class SyncConfigMgr {
   uint64_t upload_max_ = 0;
   unsigned idle_ = 3600, max_ = 604800, workers_ = 2;
   std::vector<orvel::TpxShare> tpx_shares_;
+  std::string office_converter_ = "soffice";
 };
 
 // Reads the configuration into *conf; 0 or -1 as SyncConfigMgr::Init.

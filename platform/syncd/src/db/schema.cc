@@ -3,6 +3,9 @@
 
 #include <sqlite3.h>
 
+#include "db/schema_browse.h"
+#include "db/task_store.h"
+
 namespace orvel::syncd {
 namespace {
 
@@ -107,7 +110,9 @@ Status Exec(sqlite3* db, const char* sql) {
 }  // namespace
 
 const std::vector<Migration>& SqliteMigrations() {
-  static const std::vector<Migration> kAll = {{1, kV1}, {2, kV2}, {3, kV3}};
+  static const std::vector<Migration> kAll = {{1, kV1}, {2, kV2}, {3, kV3},
+                                              {10, kBrowseSchemaV10}, {11, kBrowseSchemaV11},
+                                              {20, kTasksMigrationSql}};
   return kAll;
 }
 

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <unordered_map>
 
+#include "db/browse_store.h"
 #include "db/list_sql.h"
 #include "db/page_cursors.h"
 #include "db/schema.h"
@@ -125,6 +126,7 @@ class SqliteStore : public Store {
  public:
   SqliteStore(sqlite3* db, PageCursors* cursors) : db_(db), cursors_(cursors) {}
   ~SqliteStore() override {
+    browse_.reset();  // its statements belong to db_
     for (auto& kv : cache_) sqlite3_finalize(kv.second);
     sqlite3_close(db_);
   }
@@ -450,8 +452,14 @@ class SqliteStore : public Store {
     return st;
   }
 
+  BrowseStore* browse() override {
+    if (!browse_) browse_ = NewSqliteBrowseStore(db_);
+    return browse_.get();
+  }
+
   sqlite3* db_;
   PageCursors* cursors_;  // shared by every connection to this database
+  std::unique_ptr<BrowseStore> browse_;
   std::unordered_map<std::string, sqlite3_stmt*> cache_;
 };
 

@@ -76,6 +76,8 @@ struct StoreStats {
   uint64_t revisions = 0, unlink_jobs = 0, schema_version = 0, max_id = 0;
 };
 
+class BrowseStore;  // db/browse_store.h
+
 class Store {
  public:
   virtual ~Store() = default;
@@ -125,6 +127,10 @@ class Store {
   virtual Status NextUnlinkDelay(int64_t now, int64_t* seconds) = 0;
 
   virtual Status Stats(StoreStats* out) = 0;
+
+  // Stars, labels, sharing, recent items, backups, access requests and the
+  // search index, on this same connection (and so inside its transactions).
+  virtual BrowseStore* browse() = 0;
 };
 
 // A transaction as a scope guard: rolls back unless Commit() succeeded.

@@ -1,0 +1,225 @@
+// Search and thumbnail figures:
+// - "search" latency through entry.cgi over 10,000 and 100,000 indexed files
+//   (one user each; names and text contents indexed), for a selective
+//   keyword, a keyword with a snippet and a broad one;
+// - "get_thumbnail" of a 12-megapixel JPEG through entry.cgi, cold (each
+//   size and format rendered for the first time) and cached;
+// - the peak memory of rendering that thumbnail, in a child process that
+//   renders only.
+// The trees are written straight to disk and indexed by the daemon's
+// start-up reconciliation; the first search indexes their names and text.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vips/vips.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "nimbard/nimbard.h"
+#include "stack.h"
+#include "thumbnail.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+double Ms(Clock::time_point since) {
+  return std::chrono::duration<double, std::milli>(Clock::now() - since).count();
+}
+
+double Percentile(std::vector<double> v, double p) {
+  std::sort(v.begin(), v.end());
+  return v[static_cast<size_t>(p * static_cast<double>(v.size() - 1))];
+}
+
+// count text files in folders of 1,000; every 5,000th is named "needle".
+void FillTree(const std::string& home, int count) {
+  ::mkdir(home.c_str(), 0755);
+  char name[96], body[96];
+  for (int i = 0; i < count; ++i) {
+    std::string dir = home + "/d" + std::to_string(i / 1000);
+    if (i % 1000 == 0) ::mkdir(dir.c_str(), 0755);
+    std::snprintf(name, sizeof(name), "/report-%06d%s.txt", i, i % 5000 == 0 ? "-needle" : "");
+    int len = std::snprintf(body, sizeof(body), "entry %d about topic%d and the weather\n", i, i % 1000);
+    int fd = ::open((dir + name).c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    if (fd >= 0) {
+      (void)!::write(fd, body, static_cast<size_t>(len));
+      ::close(fd);
+    }
+  }
+}
+
+bool WriteJpeg(const std::string& path, int width, int height) {
+  VipsImage* noise = nullptr;
+  VipsImage* img = nullptr;
+  if (vips_gaussnoise(&noise, width, height, "mean", 128.0, "sigma", 40.0, nullptr) != 0) return false;
+  int rc = vips_cast(noise, &img, VIPS_FORMAT_UCHAR, nullptr);
+  g_object_unref(noise);
+  if (rc != 0) return false;
+  rc = vips_jpegsave(img, path.c_str(), "Q", 90, nullptr);
+  g_object_unref(img);
+  return rc == 0;
+}
+
+long StatusKb(const char* key) {
+  std::ifstream in("/proc/self/status");
+  std::string line;
+  while (std::getline(in, line))
+    if (line.compare(0, strlen(key), key) == 0) return std::atol(line.c_str() + strlen(key));
+  return -1;
+}
+
+void SearchFigures(orvel::test::TestStack& stack, const std::string& user, int files) {
+  struct Case {
+    const char* label;
+    const char* keyword;
+    bool snippet;
+  };
+  const Case cases[] = {{"selective (name)", "needle", false},
+                        {"content + snippet", "topic42", true},
+                        {"broad (every file)", "weather", false}};
+  for (const Case& c : cases) {
+    Json::Value q;
+    q["keyword"] = c.keyword;
+    q["content_snippet"] = c.snippet;
+    q["limit"] = 50;
+    std::vector<double> ms, service_ms;
+    unsigned total = 0;
+    for (int i = 0; i < 5; ++i) stack.CallRaw(user, "search", q);  // warm caches
+    for (int i = 0; i < 60; ++i) {
+      auto t = Clock::now();
+      orvel::test::CgiResult r = stack.CallRaw(user, "search", q);
+      ms.push_back(Ms(t));
+      Json::Value v = r.Json();
+      ASSERT_TRUE(v["success"].asBool()) << r.body;
+      total = v["data"]["total"].asUInt();
+      service_ms.push_back(v["data"]["search_time"].asDouble() * 1000.0);
+    }
+    std::printf("%8d files  %-20s %6u hits  entry.cgi p50 %7.2f p90 %7.2f  service p50 %7.2f ms\n", files,
+                c.label, total, Percentile(ms, 0.5), Percentile(ms, 0.9), Percentile(service_ms, 0.5));
+  }
+}
+
+TEST(BrowseBench, SearchLatencyAndThumbnails) {
+  ASSERT_EQ(VIPS_INIT("browse_bench"), 0);
+  auto stack = orvel::test::TestStack::Start();
+  stack->AddUser("small");
+  stack->AddUser("large");
+  stack->StopDaemon();
+  ::mkdir((stack->DataDir() + "/homes").c_str(), 0755);
+  FillTree(stack->HomeDir("small"), 10000);
+  FillTree(stack->HomeDir("large"), 100000);
+  const std::string photo = stack->HomeDir("small") + "/photo-12mp.jpg";
+  ASSERT_TRUE(WriteJpeg(photo, 4000, 3000));
+  auto t = Clock::now();
+  stack->StartDaemon();
+  Json::Value probe;
+  probe["path"] = "/mydrive";
+  ASSERT_TRUE(stack->Call("large", "list", probe)["success"].asBool());
+  std::printf("start-up reconciliation of 110,000 files: %.2f s\n", Ms(t) / 1000);
+  t = Clock::now();
+  Json::Value warm;
+  warm["keyword"] = "needle";
+  ASSERT_TRUE(stack->Call("large", "search", warm)["success"].asBool());
+  std::printf("first search (indexes 110,000 names and texts): %.2f s\n", Ms(t) / 1000);
+
+  SearchFigures(*stack, "small", 10000);
+  SearchFigures(*stack, "large", 100000);
+
+  // Thumbnails through entry.cgi: cold for each size and format, then cached.
+  std::vector<double> cold, cached;
+  for (const char* format : {"jpg", "png", "webp"}) {
+    for (const char* size : {"small", "medium", "large", "xlarge"}) {
+      Json::Value p;
+      p["path"] = "/mydrive/photo-12mp.jpg";
+      p["size"] = size;
+      p["format"] = format;
+      auto s = Clock::now();
+      orvel::test::CgiResult r = stack->CallRaw("small", "get_thumbnail", p);
+      cold.push_back(Ms(s));
+      ASSERT_TRUE(r.Header("X-ZEMO-WEBAPI-DOWNLOAD-ERROR-CODE").empty()) << r.headers;
+      for (int i = 0; i < 10; ++i) {
+        s = Clock::now();
+        stack->CallRaw("small", "get_thumbnail", p);
+        cached.push_back(Ms(s));
+      }
+    }
+  }
+  std::printf("thumbnail of a 12-megapixel JPEG through entry.cgi: cold p50 %.1f max %.1f ms, cached p50 %.2f p90 %.2f ms\n",
+              Percentile(cold, 0.5), *std::max_element(cold.begin(), cold.end()), Percentile(cached, 0.5),
+              Percentile(cached, 0.9));
+
+  // The daemon's share of a cached thumbnail, and of the smallest request
+  // entry.cgi serves (the process start, module load and session check).
+  {
+    setenv("ZEMO_ROOT", stack->root().c_str(), 1);
+    Nimbard client;
+    client.SetServer("unix:/tmp/cloud-syncservice", 0);
+    client.SetServerVersion(11061);
+    client.SetUser("small", "", "");
+    std::vector<double> op;
+    for (int i = 0; i < 50; ++i) {
+      std::string path, name;
+      auto s = Clock::now();
+      ASSERT_EQ(client.GetThumbnail("/mydrive/photo-12mp.jpg", "jpg", "small", false, path, name), 0);
+      op.push_back(Ms(s));
+    }
+    std::vector<double> bare;
+    for (int i = 0; i < 50; ++i) {
+      auto s = Clock::now();
+      stack->CallRaw("", "no_such_method");
+      bare.push_back(Ms(s));
+    }
+    std::vector<double> get;
+    Json::Value g;
+    g["path"] = "/mydrive/photo-12mp.jpg";
+    for (int i = 0; i < 50; ++i) {
+      auto s = Clock::now();
+      stack->CallRaw("small", "get", g);
+      get.push_back(Ms(s));
+    }
+    std::printf("baselines: cached thumbnail, daemon op alone p50 %.2f ms; entry.cgi answering without the daemon"
+                " p50 %.2f ms; \"get\" of one item through entry.cgi p50 %.2f ms\n",
+                Percentile(op, 0.5), Percentile(bare, 0.5), Percentile(get, 0.5));
+  }
+
+  // Peak memory of one render, in a child that does nothing else.
+  int pipefd[2];
+  ASSERT_EQ(::pipe(pipefd), 0);
+  pid_t child = ::fork();
+  if (child == 0) {
+    long before = StatusKb("VmRSS:");
+    orvel::syncd::ThumbSpec spec;
+    spec.size = "xlarge";
+    orvel::syncd::ParseThumbSpec(&spec);
+    std::string out;
+    auto s = Clock::now();
+    orvel::Status st = orvel::syncd::GetOrMakeThumbnail(stack->root(), photo, "ffffffffbench", "jpg", spec, &out);
+    double took = Ms(s);
+    long peak = StatusKb("VmHWM:");
+    char line[160];
+    int n = std::snprintf(line, sizeof(line), "%s %.1f %ld %ld", st.ok() ? "ok" : "fail", took, before, peak);
+    (void)!::write(pipefd[1], line, static_cast<size_t>(n));
+    ::_exit(0);
+  }
+  ::close(pipefd[1]);
+  char buf[160] = {0};
+  (void)!::read(pipefd[0], buf, sizeof(buf) - 1);
+  ::close(pipefd[0]);
+  ::waitpid(child, nullptr, 0);
+  char ok[8];
+  double took = 0;
+  long before = 0, peak = 0;
+  ASSERT_EQ(std::sscanf(buf, "%7s %lf %ld %ld", ok, &took, &before, &peak), 4) << buf;
+  std::printf("in-process xlarge render: %s, %.1f ms, peak RSS %.1f MiB (%.1f MiB above the process before)\n", ok,
+              took, peak / 1024.0, (peak - before) / 1024.0);
+}
+
+}  // namespace

@@ -1,0 +1,43 @@
+// The handlers of the browsing, marks, sharing, search, thumbnail and update
+// ops (docs/wire.md, docs/browse.md), by file: ops_marks.cc (stars, labels,
+// mark listings, recent items), ops_sharing.cc (ancestors, backups, access
+// requests and the administrator's sharing ops), ops_search.cc,
+// ops_thumbnail.cc, ops_update.cc. Each returns OK and fills *result, or an
+// error Status of the catalogue.
+#pragma once
+
+#include <string>
+
+#include "db/store.h"
+#include "dispatch.h"
+
+namespace orvel::syncd {
+
+// The list filter of docs/wire.md (ops_files.cc); *label_id and *starred
+// pick marked items.
+Status ParseListFilter(const PObject& filter, ListQuery* q, std::string* label_id, bool* starred);
+
+Status OpEditStar(RequestContext& ctx, const PObject& args, PObject* result);
+Status OpEditLabel(RequestContext& ctx, const PObject& args, PObject* result);
+Status OpListStarred(RequestContext& ctx, const PObject& args, PObject* result);
+Status OpListLabelled(RequestContext& ctx, const PObject& args, PObject* result);
+Status OpListSharedWithMe(RequestContext& ctx, const PObject& args, PObject* result);
+Status OpListSharedWithOthers(RequestContext& ctx, const PObject& args, PObject* result);
+Status OpListRecent(RequestContext& ctx, const PObject& args, PObject* result);
+
+Status OpListAncestor(RequestContext& ctx, const PObject& args, PObject* result);
+Status OpListBackups(RequestContext& ctx, const PObject& args, PObject* result);
+Status OpRequestAccess(RequestContext& ctx, const PObject& args, PObject* result);
+Status OpAdminShare(RequestContext& ctx, const PObject& args, PObject* result);
+Status OpAdminUnshare(RequestContext& ctx, const PObject& args, PObject* result);
+Status OpAdminLinkCreate(RequestContext& ctx, const PObject& args, PObject* result);
+Status OpAdminLinkRemove(RequestContext& ctx, const PObject& args, PObject* result);
+Status OpAdminBackupAdd(RequestContext& ctx, const PObject& args, PObject* result);
+Status OpAdminBackupRemove(RequestContext& ctx, const PObject& args, PObject* result);
+Status OpAdminAccessRequests(RequestContext& ctx, const PObject& args, PObject* result);
+
+Status OpSearch(RequestContext& ctx, const PObject& args, PObject* result);
+Status OpGetThumbnail(RequestContext& ctx, const PObject& args, PObject* result);
+Status OpUpdateFile(RequestContext& ctx, const PObject& args, PObject* result);
+
+}  // namespace orvel::syncd

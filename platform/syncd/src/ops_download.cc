@@ -1,0 +1,177 @@
+// download, download_dry_run and download_task_result. One file is handed
+// over as a hard link in the caller's temp folder (which must lie in the
+// data folder's @tmp, so that the link is on the same file system and the
+// web module can queue the folder for removal); a folder or several items
+// become a "download" task that stages a tree of hard links, fetched later
+// with download_task_result (which waits for the task to end).
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "jobs.h"
+#include "ops_transfer.h"
+#include "tasks.h"
+#include "transfer.h"
+
+namespace orvel::syncd {
+namespace {
+
+constexpr int64_t kResultWaitMs = 280 * 1000;  // under the client's 300 s time-out
+
+Status ReadSelection(RequestContext& ctx, const PObject& args, std::vector<Resolved>* items) {
+  std::vector<std::string> files;
+  ORVEL_RETURN_IF_ERROR(ArgStringList(args, "files", &files));
+  if (files.empty()) return Status(kErrInvalidArgument, "no items given");
+  return ResolveAll(*ctx.d, ctx.store.get(), ctx.caller, files, items);
+}
+
+// Links (or, across file systems, copies) the file src to dst.
+Status HandOver(const std::string& src, const std::string& dst) {
+  if (link(src.c_str(), dst.c_str()) == 0) return Status::OK();
+  if (errno == EEXIST) return Status(kErrNameExists, "name already exists: " + dst);
+  if (errno == ENOENT) return Status(kErrDataMissing, "data file missing: " + src);
+  if (errno != EXDEV && errno != EPERM) return FsError("link", src + " -> " + dst, errno);
+  ScopedFd in(open(src.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+  if (!in.valid()) return FsError("open", src, errno);
+  ScopedFd out(open(dst.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0640));
+  if (!out.valid()) return FsError("create", dst, errno);
+  TempPathGuard guard(dst);
+  ORVEL_RETURN_IF_ERROR(CopyFileContent(in.get(), out.get(), dst));
+  guard.Cancel();
+  return Status::OK();
+}
+
+Status OwnTask(RequestContext& ctx, const PObject& args, TaskRunner** runner, TaskRow* row) {
+  std::string id;
+  ORVEL_RETURN_IF_ERROR(ArgString(args, "task_id", &id));
+  *runner = ctx.d->tasks;
+  if (!*runner) return Status(kErrBusy, "tasks are not available");
+  if (id.empty()) return Status(kErrInvalidArgument, "no task_id given");
+  ORVEL_RETURN_IF_ERROR((*runner)->Get(id, row));
+  if (row->owner != ctx.caller.user.name) return Status(kErrTaskNotFound, "task not found: " + id);
+  return Status::OK();
+}
+
+// The error a task ended with, as the op's answer.
+Status TaskOutcome(const TaskRow& row) {
+  if (row.state == "finished") return Status::OK();
+  if (row.state == "cancelled") return Status(kErrTaskCancelled, "task cancelled: " + row.task_id);
+  if (row.state == "failed")
+    return Status(row.error_code ? row.error_code : kErrTaskFailed, row.error_message);
+  return Status(kErrBusy, "task is still " + row.state + ": " + row.task_id);
+}
+
+}  // namespace
+
+Status OpDownload(RequestContext& ctx, const PObject& args, PObject* result) {
+  std::vector<Resolved> items;
+  ORVEL_RETURN_IF_ERROR(ReadSelection(ctx, args, &items));
+  if (items.size() > 1 || items.front().node.is_dir()) {
+    TaskRunner* runner = ctx.d->tasks;
+    if (!runner) return Status(kErrBusy, "tasks are not available");
+    PObject a = PObject::MakeMap();
+    a["sources"] = PObject::MakeArray();
+    for (const Resolved& r : items) a["sources"].push_back(r.node.file_id);
+    std::string id;
+    ORVEL_RETURN_IF_ERROR(runner->Submit("download", ctx.caller.user.name, a, &id));
+    (*result)["task_id"] = id;
+    return Status::OK();
+  }
+  std::string temp_dir;
+  ORVEL_RETURN_IF_ERROR(ArgString(args, "temp_dir", &temp_dir));
+  while (temp_dir.size() > 1 && temp_dir.back() == '/') temp_dir.pop_back();
+  ORVEL_RETURN_IF_ERROR(CheckUnlinkPath(temp_dir, ctx.d->layout.tmp));
+  struct stat st;
+  if (stat(temp_dir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode))
+    return Status(kErrNotFolder, "temp_dir is not a folder: " + temp_dir);
+  const Resolved& f = items.front();
+  const std::string dst = temp_dir + "/" + f.node.name;
+  ORVEL_RETURN_IF_ERROR(HandOver(DiskPath(ctx.d->layout, f.node.owner, f.components), dst));
+  (*result)["file_path"] = dst;
+  (*result)["file_name"] = f.node.name;
+  return Status::OK();
+}
+
+Status OpDownloadDryRun(RequestContext& ctx, const PObject& args, PObject* result) {
+  std::vector<Resolved> items;
+  ORVEL_RETURN_IF_ERROR(ReadSelection(ctx, args, &items));
+  TreeCount count;
+  for (const Resolved& r : items) ORVEL_RETURN_IF_ERROR(CountSubtree(ctx.store.get(), r.node, &count));
+  (*result)["items"] = static_cast<unsigned long long>(count.items);
+  (*result)["size"] = static_cast<unsigned long long>(count.bytes);
+  (*result)["archive"] = items.size() > 1 || items.front().node.is_dir();
+  return Status::OK();
+}
+
+Status OpDownloadTaskResult(RequestContext& ctx, const PObject& args, PObject* result) {
+  TaskRunner* runner = nullptr;
+  TaskRow row;
+  ORVEL_RETURN_IF_ERROR(OwnTask(ctx, args, &runner, &row));
+  if (row.kind != "download") return Status(kErrInvalidArgument, "not a download task: " + row.task_id);
+  ORVEL_RETURN_IF_ERROR(runner->Wait(row.task_id, kResultWaitMs, &row));
+  ORVEL_RETURN_IF_ERROR(TaskOutcome(row));
+  PObject task = TaskToPObject(row);
+  const std::string path = task["result"]["path"].asString();
+  struct stat st;
+  if (path.empty() || lstat(path.c_str(), &st) != 0)
+    return Status(kErrNotFound, "the download of task " + row.task_id + " is no longer available");
+  (*result)["path"] = path;
+  return Status::OK();
+}
+
+Status OpTaskGet(RequestContext& ctx, const PObject& args, PObject* result) {
+  TaskRunner* runner = nullptr;
+  TaskRow row;
+  ORVEL_RETURN_IF_ERROR(OwnTask(ctx, args, &runner, &row));
+  (*result)["task"] = TaskToPObject(row);
+  return Status::OK();
+}
+
+Status OpTaskCancel(RequestContext& ctx, const PObject& args, PObject* result) {
+  TaskRunner* runner = nullptr;
+  TaskRow row;
+  ORVEL_RETURN_IF_ERROR(OwnTask(ctx, args, &runner, &row));
+  ORVEL_RETURN_IF_ERROR(runner->Cancel(row.task_id));
+  ORVEL_RETURN_IF_ERROR(runner->Get(row.task_id, &row));
+  (*result)["task"] = TaskToPObject(row);
+  return Status::OK();
+}
+
+Status OpAdminTaskList(RequestContext& ctx, const PObject& args, PObject* result) {
+  std::string owner;
+  uint64_t limit = 100;
+  ORVEL_RETURN_IF_ERROR(ArgString(args, "owner", &owner));
+  ORVEL_RETURN_IF_ERROR(ArgUInt(args, "limit", &limit));
+  if (!ctx.d->tasks) return Status(kErrBusy, "tasks are not available");
+  std::vector<TaskRow> rows;
+  ORVEL_RETURN_IF_ERROR(ctx.d->tasks->List(owner, limit ? limit : 100, &rows));
+  PObject list = PObject::MakeArray();
+  for (const TaskRow& r : rows) list.push_back(TaskToPObject(r));
+  (*result)["tasks"] = list;
+  return Status::OK();
+}
+
+Status OpAdminTaskShow(RequestContext& ctx, const PObject& args, PObject* result) {
+  std::string id;
+  ORVEL_RETURN_IF_ERROR(ArgString(args, "task_id", &id));
+  if (!ctx.d->tasks) return Status(kErrBusy, "tasks are not available");
+  TaskRow row;
+  ORVEL_RETURN_IF_ERROR(ctx.d->tasks->Get(id, &row));
+  (*result)["task"] = TaskToPObject(row);
+  return Status::OK();
+}
+
+Status OpAdminTaskCancel(RequestContext& ctx, const PObject& args, PObject* result) {
+  std::string id;
+  ORVEL_RETURN_IF_ERROR(ArgString(args, "task_id", &id));
+  if (!ctx.d->tasks) return Status(kErrBusy, "tasks are not available");
+  ORVEL_RETURN_IF_ERROR(ctx.d->tasks->Cancel(id));
+  TaskRow row;
+  ORVEL_RETURN_IF_ERROR(ctx.d->tasks->Get(id, &row));
+  (*result)["task"] = TaskToPObject(row);
+  return Status::OK();
+}
+
+}  // namespace orvel::syncd

@@ -1,0 +1,37 @@
+// get_thumbnail: the path of an item's cached thumbnail (made on first
+// request) and the name to deliver it under. Link visitors may ask for items
+// under their link.
+#include "access.h"
+#include "ops_browse.h"
+#include "thumbnail.h"
+
+namespace orvel::syncd {
+
+Status OpGetThumbnail(RequestContext& ctx, const PObject& args, PObject* result) {
+  std::string path;
+  ThumbSpec spec;
+  ORVEL_RETURN_IF_ERROR(ArgString(args, "path", &path));
+  ORVEL_RETURN_IF_ERROR(ArgString(args, "format", &spec.format));
+  ORVEL_RETURN_IF_ERROR(ArgString(args, "size", &spec.size));
+  ORVEL_RETURN_IF_ERROR(ArgBool(args, "animate", &spec.animate));
+  ORVEL_RETURN_IF_ERROR(ParseThumbSpec(&spec));
+  Access item;
+  ORVEL_RETURN_IF_ERROR(ResolveAccess(ctx, path, &item));
+  const Node& n = item.node;
+  if (n.is_dir()) return Status(kErrNoThumbnail, "no thumbnail for a folder: " + item.view_path);
+  if (n.encrypted) return Status(kErrEncrypted, "item is encrypted: " + item.view_path);
+  if (!MayHaveThumbnail(n.ext) || n.size == 0)
+    return Status(kErrNoThumbnail, "no thumbnail for this item: " + item.view_path);
+  std::string thumb;
+  Status st = GetOrMakeThumbnail(ctx.d->layout.thumbs, AccessDiskPath(ctx.d->layout, item), n.hash, n.ext,
+                                 spec, &thumb);
+  if (st.code() == kErrNoThumbnail) return Status(kErrNoThumbnail, st.message() + " (" + item.view_path + ")");
+  ORVEL_RETURN_IF_ERROR(st);
+  std::string stem = n.name.substr(0, n.name.find_last_of('.'));
+  if (stem.empty()) stem = n.name;
+  (*result)["path"] = thumb;
+  (*result)["name"] = stem + "." + spec.format;
+  return Status::OK();
+}
+
+}  // namespace orvel::syncd

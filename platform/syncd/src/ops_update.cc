@@ -1,0 +1,254 @@
+// update_file: changes an existing item: name (same rules and conflict error
+// as upload), times, flags, properties, the caller's labels, star and mute,
+// and new content from "file_content" (base64) or a staged "file_data_path",
+// keeping the old content as a revision.
+//
+// Order, for crash safety: new content is decoded or copied into @tmp and
+// fsynced first; then under the write lock the old content is linked into
+// @versions, the entry is renamed on disk, the new content renamed into
+// place, the folder fsynced, and only then the row committed.
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cstdlib>
+#include <ctime>
+
+#include "access.h"
+#include "mime.h"
+#include "nimbard/platform.h"
+#include "ops_browse.h"
+
+namespace orvel::syncd {
+namespace {
+
+constexpr size_t kMaxInlineContent = 64u << 20;  // base64 text
+
+struct UpdateArgs {
+  std::string path, name, content_b64, data_path, hash, properties;
+  bool has_name = false, has_content = false, has_data = false, has_size = false;
+  uint64_t size = 0, created = 0, accessed = 0, modified = 0;
+  bool has_encrypted = false, encrypted = false, has_mute = false, mute = false;
+};
+
+int64_t Seconds(uint64_t v) { return static_cast<int64_t>(v > 100000000000ULL ? v / 1000 : v); }
+
+Status ParseContent(const PObject& args, UpdateArgs* a) {
+  a->has_content = args["file_content"].isString();
+  ORVEL_RETURN_IF_ERROR(ArgString(args, "file_content", &a->content_b64));
+  a->has_data = args["file_data_path"].isString();
+  ORVEL_RETURN_IF_ERROR(ArgString(args, "file_data_path", &a->data_path));
+  if (a->has_content && a->has_data)
+    return Status(kErrInvalidArgument, "file_content and file_data_path are exclusive");
+  if (a->content_b64.size() > kMaxInlineContent)
+    return Status(kErrTooLarge, "file_content is over 64 MiB; upload the file instead");
+  const PObject& file = args["file"];
+  if (!file.isNull() && !file.isMap()) return Status(kErrInvalidArgument, "argument \"file\" must be a map");
+  a->has_size = file["size"].isInteger();
+  ORVEL_RETURN_IF_ERROR(ArgUInt(file, "size", &a->size));
+  return ArgString(file, "hash", &a->hash);
+}
+
+Status ParseArgs(const PObject& args, UpdateArgs* a) {
+  ORVEL_RETURN_IF_ERROR(ArgString(args, "path", &a->path));
+  a->has_name = args["name"].isString();
+  ORVEL_RETURN_IF_ERROR(ArgString(args, "name", &a->name));
+  ORVEL_RETURN_IF_ERROR(ArgUInt(args, "created_time", &a->created));
+  ORVEL_RETURN_IF_ERROR(ArgUInt(args, "access_time", &a->accessed));
+  ORVEL_RETURN_IF_ERROR(ArgUInt(args, "modified_time", &a->modified));
+  a->has_encrypted = args["encrypted"].isBool();
+  ORVEL_RETURN_IF_ERROR(ArgBool(args, "encrypted", &a->encrypted));
+  bool removed = false;
+  ORVEL_RETURN_IF_ERROR(ArgBool(args, "removed", &removed));
+  if (removed) return Status(kErrInvalidArgument, "\"removed\" true: use delete to move items to the recycle bin");
+  a->has_mute = args["mute"].isBool();
+  ORVEL_RETURN_IF_ERROR(ArgBool(args, "mute", &a->mute));
+  const PObject& props = args["properties"];
+  if (props.isMap()) {
+    for (const auto& kv : props.asMap())
+      if (!kv.second.isString()) return Status(kErrInvalidArgument, "properties must map names to strings");
+    a->properties = props.toJsonString();
+  } else if (!props.isNull()) {
+    return Status(kErrInvalidArgument, "argument \"properties\" must be a map");
+  }
+  for (const char* key : {"labels", "starred"})
+    if (!args[key].isNull() && !args[key].isArray())
+      return Status(kErrInvalidArgument, std::string("argument \"") + key + "\" must be an array");
+  return ParseContent(args, a);
+}
+
+// New content, fsynced in @tmp, with its hash.
+struct NewContent {
+  std::unique_ptr<TempPathGuard> guard;
+  std::string path, hash;
+  uint64_t size = 0;
+};
+
+Status StageInline(Daemon& d, const std::string& b64, NewContent* c) {
+  std::string bytes(b64.size() / 4 * 3 + 3, '\0');
+  unsigned len = static_cast<unsigned>(bytes.size());
+  if (!b64.empty() && !EncBase64Dec(b64.data(), static_cast<unsigned>(b64.size()), &bytes[0], &len))
+    return Status(kErrInvalidArgument, "file_content is not valid base64");
+  bytes.resize(b64.empty() ? 0 : len);
+  ScopedFd mem(memfd_create("orvel-update", MFD_CLOEXEC));
+  if (!mem.valid()) return FsError("memfd_create", "update content", errno);
+  for (size_t off = 0; off < bytes.size();) {
+    ssize_t w = write(mem.get(), bytes.data() + off, bytes.size() - off);
+    if (w < 0 && errno == EINTR) continue;
+    if (w < 0) return FsError("write", "update content", errno);
+    off += static_cast<size_t>(w);
+  }
+  ORVEL_RETURN_IF_ERROR(CopyToTemp(mem.get(), d.layout.tmp, &c->path));
+  c->guard = std::make_unique<TempPathGuard>(c->path);
+  return HashFd(mem.get(), &c->hash, &c->size);
+}
+
+Status StageDataPath(Daemon& d, uid_t peer_uid, const UpdateArgs& a, NewContent* c) {
+  char buf[PATH_MAX];
+  std::string real_tmp = realpath(d.layout.tmp.c_str(), buf) ? buf : "";
+  std::string dir = a.data_path.substr(0, a.data_path.find_last_of('/') + 1);
+  std::string real_src = !dir.empty() && realpath(dir.c_str(), buf) ? buf : "";
+  if (peer_uid != 0 && (real_src.empty() || !PathIsInside(real_src, real_tmp)))
+    return Status(kErrPermission, "file_data_path must lie in the temp folder: " + a.data_path);
+  ScopedFd fd(open(a.data_path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+  if (!fd.valid()) {
+    if (errno == ENOENT) return Status(kErrDataMissing, "data file missing: " + a.data_path);
+    return FsError("open", a.data_path, errno);
+  }
+  ORVEL_RETURN_IF_ERROR(HashFd(fd.get(), &c->hash, &c->size));
+  if ((a.has_size && a.size != c->size) || (!a.hash.empty() && a.hash != c->hash))
+    return Status(kErrHashMismatch, "content does not match its size or hash: " + a.data_path);
+  ORVEL_RETURN_IF_ERROR(CopyToTemp(fd.get(), d.layout.tmp, &c->path));
+  c->guard = std::make_unique<TempPathGuard>(c->path);
+  return Status::OK();
+}
+
+Status CheckRole(RequestContext& ctx, const UpdateArgs& a, const PObject& args, const Access& item) {
+  Nimbard::Capabilities caps = CapabilitiesFor(item.role);
+  bool writes = a.has_content || a.has_data || a.created || a.accessed || a.modified || a.has_encrypted ||
+                !a.properties.empty();
+  bool renames = a.has_name && a.name != item.node.name;
+  bool marks = !args["labels"].isNull() || !args["starred"].isNull() || a.has_mute;
+  if ((writes && !caps.can_write) || (renames && !caps.can_rename))
+    return Status(kErrPermission, "permission denied: " + item.view_path + " is shared as " + RoleName(item.role));
+  if (marks && IsVisitor(ctx)) return Status(kErrPermission, "permission denied: link visitors have no marks");
+  if (renames && item.node.parent_id.empty()) return Status(kErrInvalidName, "the space's root cannot be renamed");
+  if ((a.has_content || a.has_data) && item.node.is_dir())
+    return Status(kErrIsFolder, "is a folder: " + item.view_path);
+  return Status::OK();
+}
+
+// Renames the entry on disk; the row is changed by the caller.
+Status RenameOnDisk(RequestContext& ctx, Access* item, const std::string& name) {
+  ORVEL_RETURN_IF_ERROR(ValidateName(name));
+  Node other;
+  Status st = ctx.store->GetChild(item->node.parent_id, name, &other);
+  std::string view = item->view_path.substr(0, item->view_path.find_last_of('/') + 1) + name;
+  if (st.ok()) return Status(kErrNameExists, "name already exists: " + view);
+  if (st.code() != kErrNotFound) return st;
+  std::string from = AccessDiskPath(ctx.d->layout, *item);
+  std::string to = from.substr(0, from.find_last_of('/') + 1) + name;
+  if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) != 0) {
+    if (errno == EEXIST) return Status(kErrNameExists, "name already exists: " + view);
+    return FsError("rename", from + " -> " + to, errno);
+  }
+  ORVEL_RETURN_IF_ERROR(FsyncDir(to.substr(0, to.find_last_of('/'))));
+  item->node.name = name;
+  item->components.back() = name;
+  item->view_path = view;
+  if (!item->node.is_dir()) {
+    item->node.ext = ExtensionOf(name);
+    item->node.content_type = ContentTypeOf(name, false);
+  }
+  return Status::OK();
+}
+
+Status ApplyMarks(RequestContext& ctx, const PObject& args, const UpdateArgs& a, const Access& item) {
+  if (IsVisitor(ctx)) return Status::OK();
+  PObject edit = PObject::MakeMap();
+  PObject files = PObject::MakeArray();
+  files.push_back("id:" + item.node.file_id);
+  edit["files"] = files;
+  PObject ignored;
+  if (args["starred"].isArray() && !args["starred"].empty()) {
+    edit["actions"] = args["starred"];
+    ORVEL_RETURN_IF_ERROR(OpEditStar(ctx, edit, &ignored));
+  }
+  if (args["labels"].isArray() && !args["labels"].empty()) {
+    edit["actions"] = args["labels"];
+    ORVEL_RETURN_IF_ERROR(OpEditLabel(ctx, edit, &ignored));
+  }
+  if (a.has_mute) return ctx.store->browse()->SetMute(ctx.caller.user.name, item.node.file_id, a.mute);
+  return Status::OK();
+}
+
+Status Commit(RequestContext& ctx, Node& n, const Revision* rev) {
+  Transaction tx(ctx.store.get(), true);
+  ORVEL_RETURN_IF_ERROR(tx.status());
+  ORVEL_RETURN_IF_ERROR(ctx.store->NextChange(&n.sync_id));
+  n.max_id = n.sync_id;
+  if (rev) {
+    ORVEL_RETURN_IF_ERROR(ctx.store->AddRevision(*rev));
+    ++n.revisions;
+  }
+  ORVEL_RETURN_IF_ERROR(ctx.store->Update(n));
+  if (!n.parent_id.empty()) ORVEL_RETURN_IF_ERROR(ctx.store->TouchAncestors(n.parent_id, n.sync_id));
+  return tx.Commit();
+}
+
+// The locked part: disk steps, then the row.
+Status ApplyUnderLock(RequestContext& ctx, const UpdateArgs& a, NewContent* content, Access* item) {
+  Node fresh;
+  ORVEL_RETURN_IF_ERROR(ctx.store->GetById(item->node.file_id, &fresh));
+  if (fresh.vanished || fresh.removed) return Status(kErrNotFound, "item not found: " + item->view_path);
+  item->node = fresh;
+  Node& n = item->node;
+  int64_t now = time(nullptr);
+  if (a.has_name && a.name != n.name) ORVEL_RETURN_IF_ERROR(RenameOnDisk(ctx, item, a.name));
+  std::string dest = AccessDiskPath(ctx.d->layout, *item);
+  std::unique_ptr<Revision> rev;
+  if (content && !content->path.empty()) {
+    if (!n.hash.empty() && n.hash != content->hash) {
+      ORVEL_RETURN_IF_ERROR(LinkDurable(dest, ctx.d->layout.versions + "/" + n.hash));
+      rev = std::make_unique<Revision>(Revision{n.file_id, n.sync_id, n.size, n.modified_time, n.hash});
+    }
+    ORVEL_RETURN_IF_ERROR(RenameDurable(content->path, dest));
+    content->guard->Cancel();
+    n.size = content->size;
+    n.hash = content->hash;
+    n.modified_time = now;
+  }
+  if (a.created) n.created_time = Seconds(a.created);
+  if (a.accessed) n.access_time = Seconds(a.accessed);
+  if (a.modified) n.modified_time = Seconds(a.modified);
+  if (a.accessed || a.modified) {
+    ScopedFd fd(open(dest.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+    if (fd.valid()) SetTimes(fd.get(), n.access_time, n.modified_time, dest);
+  }
+  if (a.has_encrypted) n.encrypted = a.encrypted;
+  if (!a.properties.empty()) n.properties = a.properties;
+  n.change_time = now;
+  return Commit(ctx, n, rev.get());
+}
+
+}  // namespace
+
+Status OpUpdateFile(RequestContext& ctx, const PObject& args, PObject* result) {
+  UpdateArgs a;
+  ORVEL_RETURN_IF_ERROR(ParseArgs(args, &a));
+  Access item;
+  ORVEL_RETURN_IF_ERROR(ResolveAccess(ctx, a.path, &item));
+  ORVEL_RETURN_IF_ERROR(CheckRole(ctx, a, args, item));
+  NewContent content;
+  if (a.has_content) ORVEL_RETURN_IF_ERROR(StageInline(*ctx.d, a.content_b64, &content));
+  if (a.has_data) ORVEL_RETURN_IF_ERROR(StageDataPath(*ctx.d, ctx.peer_uid, a, &content));
+  {
+    std::lock_guard<std::mutex> lock(ctx.d->write_mu);
+    ORVEL_RETURN_IF_ERROR(ApplyUnderLock(ctx, a, &content, &item));
+  }
+  ORVEL_RETURN_IF_ERROR(ApplyMarks(ctx, args, a, item));
+  return AccessRecord(ctx, item, &(*result)["file"]);
+}
+
+}  // namespace orvel::syncd

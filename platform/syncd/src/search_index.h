@@ -1,0 +1,35 @@
+// search_index: keeps the full-text index current. Rows whose name, content
+// or liveness changed wait in the index queue (filled by database triggers);
+// DrainSearchQueue indexes them (names, and the text of text files, read
+// here) before a search runs. Also turns a user's keyword into an FTS5
+// match expression.
+//
+// Threading: DrainSearchQueue serialises itself (one drainer at a time per
+// process); the rest are pure functions.
+#pragma once
+
+#include <string>
+
+#include "daemon.h"
+#include "db/store.h"
+
+namespace orvel::syncd {
+
+// Indexes every queued row. Text extraction happens outside the database's
+// write lock; each batch commits on its own.
+Status DrainSearchQueue(Daemon& d, Store* store);
+
+// Whether the file's text is indexed: text types by extension or content
+// type, at most the first 1 MiB.
+bool HasIndexableText(const Node& node);
+
+// The first `max` bytes of a text file as valid UTF-8 (invalid bytes and
+// control characters become spaces). Empty on any read error.
+std::string ReadIndexableText(const std::string& path, size_t max);
+
+// "annual report_2024" -> "\"annual\"* \"report\"* \"2024\"*": every run of
+// letters and digits (any non-ASCII byte counts as a letter) becomes a quoted
+// prefix term, all required. "" when the keyword has no such run.
+std::string KeywordToMatch(const std::string& keyword);
+
+}  // namespace orvel::syncd

@@ -1,0 +1,129 @@
+// TaskRunner: the daemon's asynchronous tasks (copy, move, delete, download
+// staging, server-path import, office conversion).
+//
+// Design: a task is a row of the tasks table (db/task_store.h), so its state,
+// progress and result outlive the daemon. Submit() inserts a "queued" row and
+// wakes the pool; each of the N worker threads claims the oldest queued row
+// (atomically marking it "running"), runs the kind's function with a
+// TaskContext, and ends the row "finished" (with its result), "failed" (with
+// the error code and message) or "cancelled". Cancel() marks the row; a
+// queued task ends at once, a running one sees Cancelled() between steps.
+// Callers learn the outcome by reading the row (Get) or by Wait(), which
+// sleeps until the task ends.
+//
+// Restart: Recover() runs before the workers start. A task that was
+// "running" when the previous daemon stopped either goes back to the queue
+// (kinds that can start over from nothing, such as download staging) or ends
+// "failed" with -1115 and a message saying it was interrupted; its temp
+// entries (@tmp/task-<id>-*) are removed. Work is always staged under such a
+// temp name and renamed into place, so nothing half-made is ever visible
+// under its final name. On shutdown (Stop) running tasks see Cancelled() and
+// are handled the same way at the next start.
+//
+// Threading: every public method is thread-safe. The store connection is
+// used under store_mu_; the cancel set and the wake-ups under mu_.
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "db/task_store.h"
+#include "nimbard/pobject.h"
+#include "space.h"
+
+namespace orvel::syncd {
+
+struct Daemon;
+class TaskRunner;
+
+// What a task function sees.
+class TaskContext {
+ public:
+  TaskContext(Daemon* d, TaskRunner* runner, TaskRow row)
+      : d(d), row(std::move(row)), runner_(runner) {}
+  Daemon* d;
+  TaskRow row;
+  PObject args;
+  Caller caller;                         // the task's owner
+  PObject result = PObject::MakeMap();   // stored when the task finishes
+
+  // Records progress (written at most a few times a second).
+  void Progress(uint64_t done, uint64_t total);
+  // True once the task was cancelled or the daemon is stopping.
+  bool Cancelled() const;
+  // A temp path for this task: <@tmp>/task-<id>-<suffix> (removed by
+  // recovery if the daemon dies).
+  std::string TempPath(const std::string& suffix) const;
+
+ private:
+  TaskRunner* runner_;
+  int64_t last_progress_ms_ = 0;
+};
+
+using TaskFn = Status (*)(TaskContext& ctx);
+
+struct TaskKind {
+  const char* name;
+  TaskFn fn;
+  bool restartable;  // may run again from the start after an interruption
+};
+
+// Every kind of task (tasks_kinds.cc).
+const std::vector<TaskKind>& TaskKinds();
+
+class TaskRunner {
+ public:
+  TaskRunner(Daemon* d, unsigned threads) : d_(d), thread_count_(threads ? threads : 1) {}
+  ~TaskRunner() { Stop(); }
+  TaskRunner(const TaskRunner&) = delete;
+  TaskRunner& operator=(const TaskRunner&) = delete;
+
+  // Opens the task store and applies the restart rules above.
+  Status Open();
+  void Start();
+  void Stop();
+
+  // Queues a task for owner; *task_id is its id.
+  Status Submit(const std::string& kind, const std::string& owner, const PObject& args,
+                std::string* task_id);
+  // kErrTaskNotFound when there is no such task.
+  Status Get(const std::string& task_id, TaskRow* out);
+  Status List(const std::string& owner, size_t limit, std::vector<TaskRow>* out);
+  // Cancels a queued or running task; an ended task is left as it is.
+  Status Cancel(const std::string& task_id);
+  // Waits up to timeout_ms for the task to end; *out is its last state.
+  Status Wait(const std::string& task_id, int64_t timeout_ms, TaskRow* out);
+
+  bool CancelRequested(const std::string& task_id);
+  void SaveProgress(const std::string& task_id, uint64_t done, uint64_t total);
+
+ private:
+  void Worker();
+  void RunOne(TaskRow row);
+  void End(const TaskRow& row, const Status& st, const PObject& result);
+
+  Daemon* d_;
+  unsigned thread_count_;
+  std::mutex store_mu_;
+  std::unique_ptr<TaskStore> store_;  // guarded by store_mu_
+  std::mutex mu_;
+  std::condition_variable work_cv_, ended_cv_;
+  bool stop_ = false;                 // guarded by mu_
+  std::set<std::string> cancel_;      // guarded by mu_
+  std::vector<std::thread> threads_;
+};
+
+// The wire's view of a task row: {task_id, kind, owner, state, progress
+// {done, total}, result, error {code, message}, created, started, finished}.
+PObject TaskToPObject(const TaskRow& row);
+
+// Removes every @tmp entry named task-<task_id>-*.
+void RemoveTaskTemps(const std::string& tmp_dir, const std::string& task_id);
+
+}  // namespace orvel::syncd

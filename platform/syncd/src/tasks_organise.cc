@@ -1,0 +1,211 @@
+// The task functions of copy, move, delete and download staging, and the
+// table of every task kind. Arguments are the ids the op resolved when the
+// task was submitted (ops_transfer.cc); each item is re-resolved here, since
+// the tree may have changed meanwhile. Results: {"items": [{"source",
+// "path", "file_id", "skipped"}]} (download: {"path"}).
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <mutex>
+#include <set>
+
+#include "item.h"
+#include "log.h"
+#include "tasks.h"
+#include "transfer.h"
+
+namespace orvel::syncd {
+
+Status RunImportTask(TaskContext& ctx);   // tasks_import.cc
+Status RunConvertTask(TaskContext& ctx);  // tasks_import.cc
+
+namespace {
+
+struct ItemArgs {
+  std::vector<std::string> sources;
+  std::string dest;
+  ConflictPolicy policy;
+};
+
+Status ReadItemArgs(const PObject& a, ItemArgs* out) {
+  for (const PObject& s : a["sources"].asArray()) out->sources.push_back(s.asString());
+  out->dest = a["dest"].asString();
+  return ParseConflictPolicy(a["conflict"], "autorename", &out->policy);
+}
+
+Status ResolveId(TaskContext& ctx, Store* store, const std::string& id, Resolved* out) {
+  ItemRef ref;
+  ref.kind = ItemRef::Kind::kId;
+  ref.key = id;
+  return ResolveRef(*ctx.d, store, ctx.caller, ref, out);
+}
+
+void AddResult(TaskContext& ctx, const std::string& source, const PlaceOutcome& o) {
+  PObject e = PObject::MakeMap();
+  e["source"] = source;
+  e["path"] = MyDrivePath(o.components);
+  e["file_id"] = o.node.file_id;
+  e["skipped"] = o.skipped;
+  ctx.result["items"].push_back(e);
+}
+
+// Items and bytes of every source, for progress.
+uint64_t TotalItems(TaskContext& ctx, Store* store, const std::vector<std::string>& ids) {
+  TreeCount c;
+  for (const std::string& id : ids) {
+    Resolved r;
+    if (ResolveId(ctx, store, id, &r).ok()) CountSubtree(store, r.node, &c);
+  }
+  return c.items;
+}
+
+Status RunCopy(TaskContext& ctx) {
+  ItemArgs a;
+  ORVEL_RETURN_IF_ERROR(ReadItemArgs(ctx.args, &a));
+  StoreLease store;
+  ORVEL_RETURN_IF_ERROR(ctx.d->pool->Acquire(&store));
+  ctx.result["items"] = PObject::MakeArray();
+  StageProgress progress;
+  progress.task = &ctx;
+  progress.total = TotalItems(ctx, store.get(), a.sources);
+  for (size_t i = 0; i < a.sources.size(); ++i) {
+    Resolved src;
+    ORVEL_RETURN_IF_ERROR(ResolveId(ctx, store.get(), a.sources[i], &src));
+    const std::string temp = ctx.TempPath("copy-" + std::to_string(i));
+    TempPathGuard guard(temp);
+    StagedNode staged;
+    ORVEL_RETURN_IF_ERROR(StageFromStore(store.get(), src.node, DiskPath(ctx.d->layout, src.node.owner, src.components),
+                                         temp, &progress, &staged));
+    ORVEL_RETURN_IF_ERROR(FlushFileSystem(temp));
+    std::lock_guard<std::mutex> lock(ctx.d->write_mu);
+    Resolved dest;
+    ORVEL_RETURN_IF_ERROR(ResolveFolderById(*ctx.d, store.get(), ctx.caller, a.dest, &dest));
+    if (src.node.is_dir() && IsSameOrBelow(dest, src))
+      return Status(kErrIntoItself, "cannot copy a folder into itself: " + src.ViewPath());
+    PlaceOutcome o;
+    ORVEL_RETURN_IF_ERROR(PlaceStaged(*ctx.d, store.get(), dest, staged, temp, a.policy, &o));
+    AddResult(ctx, src.ViewPath(), o);
+  }
+  ctx.Progress(progress.items, progress.items);
+  return Status::OK();
+}
+
+Status RunMove(TaskContext& ctx) {
+  ItemArgs a;
+  ORVEL_RETURN_IF_ERROR(ReadItemArgs(ctx.args, &a));
+  const std::string change_name = ctx.args["change_name"].asString();
+  StoreLease store;
+  ORVEL_RETURN_IF_ERROR(ctx.d->pool->Acquire(&store));
+  ctx.result["items"] = PObject::MakeArray();
+  for (size_t i = 0; i < a.sources.size(); ++i) {
+    if (ctx.Cancelled()) return Status(kErrTaskCancelled, "task cancelled");
+    std::lock_guard<std::mutex> lock(ctx.d->write_mu);
+    Resolved src, dest;
+    ORVEL_RETURN_IF_ERROR(ResolveId(ctx, store.get(), a.sources[i], &src));
+    ORVEL_RETURN_IF_ERROR(ResolveFolderById(*ctx.d, store.get(), ctx.caller, a.dest, &dest));
+    PlaceOutcome o;
+    const std::string from = src.ViewPath();
+    ORVEL_RETURN_IF_ERROR(MoveItem(*ctx.d, store.get(), src, dest, change_name, a.policy, &o));
+    AddResult(ctx, from, o);
+    ctx.Progress(i + 1, a.sources.size());
+  }
+  return Status::OK();
+}
+
+Status RunDelete(TaskContext& ctx) {
+  std::vector<std::string> ids;
+  for (const PObject& s : ctx.args["sources"].asArray()) ids.push_back(s.asString());
+  const bool permanent = ctx.args["permanent"].asBool();
+  StoreLease store;
+  ORVEL_RETURN_IF_ERROR(ctx.d->pool->Acquire(&store));
+  ctx.result["items"] = PObject::MakeArray();
+  for (size_t i = 0; i < ids.size(); ++i) {
+    if (ctx.Cancelled()) return Status(kErrTaskCancelled, "task cancelled");
+    const std::string trash = ctx.TempPath("trash-" + std::to_string(i));
+    std::string view;
+    {
+      std::lock_guard<std::mutex> lock(ctx.d->write_mu);
+      Resolved src;
+      Status st = ResolveId(ctx, store.get(), ids[i], &src);
+      if (st.code() == kErrInRecycleBin && permanent) {
+        st = store->GetById(ids[i], &src.node);  // the top of a removed subtree
+        Node parent;
+        if (st.ok() && src.node.owner != ctx.caller.user.name)
+          st = Status(kErrPermission, "permission denied: id:" + ids[i]);
+        else if (st.ok() && store->GetById(src.node.parent_id, &parent).ok() && parent.removed)
+          st = Status(kErrInRecycleBin, "item is inside a removed folder: id:" + ids[i]);
+      }
+      ORVEL_RETURN_IF_ERROR(st);
+      view = src.node.removed ? "id:" + ids[i] : src.ViewPath();
+      ORVEL_RETURN_IF_ERROR(DeleteItem(*ctx.d, store.get(), src, permanent, trash));
+    }
+    ORVEL_RETURN_IF_ERROR(RemoveTree(trash));
+    PObject e = PObject::MakeMap();
+    e["source"] = view;
+    e["file_id"] = ids[i];
+    ctx.result["items"].push_back(e);
+    ctx.Progress(i + 1, ids.size());
+  }
+  return Status::OK();
+}
+
+// Hard links of node (and everything live below it) at dst.
+Status LinkTree(TaskContext& ctx, Store* store, const Node& node, const std::string& src,
+                const std::string& dst, StageProgress* progress) {
+  if (!node.is_dir()) {
+    if (link(src.c_str(), dst.c_str()) != 0) return FsError("link", src + " -> " + dst, errno);
+    return progress->Step(node.size);
+  }
+  if (mkdir(dst.c_str(), 0750) != 0) return FsError("mkdir", dst, errno);
+  ORVEL_RETURN_IF_ERROR(progress->Step(0));
+  std::vector<Node> kids;
+  ORVEL_RETURN_IF_ERROR(LiveChildren(store, node.file_id, &kids));
+  for (const Node& k : kids)
+    ORVEL_RETURN_IF_ERROR(LinkTree(ctx, store, k, src + "/" + k.name, dst + "/" + k.name, progress));
+  return Status::OK();
+}
+
+Status RunDownload(TaskContext& ctx) {
+  std::vector<std::string> ids;
+  for (const PObject& s : ctx.args["sources"].asArray()) ids.push_back(s.asString());
+  StoreLease store;
+  ORVEL_RETURN_IF_ERROR(ctx.d->pool->Acquire(&store));
+  const std::string staging = ctx.TempPath("staging");
+  if (mkdir(staging.c_str(), 0750) != 0) return FsError("mkdir", staging, errno);
+  StageProgress progress;
+  progress.task = &ctx;
+  progress.total = TotalItems(ctx, store.get(), ids);
+  std::set<std::string> used;
+  for (const std::string& id : ids) {
+    Resolved src;
+    ORVEL_RETURN_IF_ERROR(ResolveId(ctx, store.get(), id, &src));
+    std::string name = src.components.empty() ? "mydrive" : src.node.name;
+    for (unsigned n = 1; used.count(name); ++n) name = AutoRenameName(src.node.name, src.node.is_dir(), n);
+    used.insert(name);
+    ORVEL_RETURN_IF_ERROR(LinkTree(ctx, store.get(), src.node,
+                                   DiskPath(ctx.d->layout, src.node.owner, src.components),
+                                   staging + "/" + name, &progress));
+  }
+  ctx.Progress(progress.items, progress.items);
+  ctx.result["path"] = staging;
+  ctx.result["items"] = static_cast<unsigned long long>(progress.items);
+  ctx.result["size"] = static_cast<unsigned long long>(progress.bytes);
+  return Status::OK();
+}
+
+}  // namespace
+
+const std::vector<TaskKind>& TaskKinds() {
+  static const std::vector<TaskKind> kKinds = {
+      {"copy", RunCopy, false},
+      {"move", RunMove, false},
+      {"delete", RunDelete, false},
+      {"download", RunDownload, true},
+      {"upload_from_tpx", RunImportTask, false},
+      {"convert_office", RunConvertTask, false},
+  };
+  return kKinds;
+}
+
+}  // namespace orvel::syncd

@@ -1,0 +1,116 @@
+// transfer: the building blocks of copy, move, delete, import, conversion
+// and download staging. Content is first staged under a task temp name in
+// @tmp (same file system as the homes), flushed, then renamed into place and
+// only then committed to the database, so a crash never leaves a half-made
+// item under its final name (docs/transfer.md).
+//
+// Threading: the Stage* functions run without the write lock; Place*,
+// MoveItem and DeleteItem need Daemon::write_mu held by the caller. Each call
+// uses the Store it is given from one thread.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "daemon.h"
+#include "db/store.h"
+#include "nimbard/pobject.h"
+#include "space.h"
+
+namespace orvel::syncd {
+
+class TaskContext;
+
+// Conflict policy per item type. The wire gives either one string for both
+// or a map {"file": .., "folder": .., "default": ..}; "version" means
+// "overwrite_server".
+struct ConflictPolicy {
+  std::string file = "autorename", folder = "autorename";
+  const std::string& For(bool is_dir) const { return is_dir ? folder : file; }
+};
+// kErrInvalidArgument for an unknown policy or a value of another kind.
+// A null value or "" gives def.
+Status ParseConflictPolicy(const PObject& v, const std::string& def, ConflictPolicy* out);
+PObject ConflictPolicyToPObject(const ConflictPolicy& p);
+
+// A staged item: its future row and those of everything below it.
+struct StagedNode {
+  Node row;
+  std::vector<StagedNode> children;
+};
+
+struct TreeCount {
+  uint64_t items = 0, bytes = 0;
+};
+
+// Counts node and every live item below it.
+Status CountSubtree(Store* store, const Node& node, TreeCount* out);
+
+// Live children of a folder row.
+Status LiveChildren(Store* store, const std::string& folder_id, std::vector<Node>* out);
+
+// Copies the content of src_fd into dst_fd: a reflink (FICLONE) where the
+// file system shares extents, else copy_file_range, else read/write.
+Status CopyFileContent(int src_fd, int dst_fd, const std::string& dst_path);
+
+// Progress of a staging walk: items and bytes done so far.
+struct StageProgress {
+  TaskContext* task = nullptr;  // may be null (no progress, never cancelled)
+  uint64_t items = 0, bytes = 0, total = 0;
+  Status Step(uint64_t bytes_done);  // kErrTaskCancelled once cancelled
+};
+
+// Copies the item `src` (real path src_disk) and everything live below it to
+// dst (a new path), giving every copy a new file id. Rows come from the
+// database; content from the disk.
+Status StageFromStore(Store* store, const Node& src, const std::string& src_disk,
+                      const std::string& dst, StageProgress* progress, StagedNode* out);
+
+// Copies a server path (file or folder; links and special files are
+// skipped) to dst, hashing the files, for owner.
+Status StageFromDisk(const std::string& src, const std::string& dst, const std::string& owner,
+                     StageProgress* progress, StagedNode* out);
+
+// Flushes everything written to the file system of path (syncfs).
+Status FlushFileSystem(const std::string& path);
+
+struct PlaceOutcome {
+  bool skipped = false;  // "skip" kept the existing item
+  Node node;             // the item now at the destination
+  std::vector<std::string> components;  // its place below /mydrive
+};
+
+// Renames the staged item at temp into the folder dest under the policy and
+// commits its rows. "overwrite" replaces a file's content (same id);
+// "overwrite_server" also keeps the old content as a revision; a folder
+// onto a folder merges the children with the same policy. temp is consumed.
+Status PlaceStaged(Daemon& d, Store* store, const Resolved& dest, StagedNode& item,
+                   const std::string& temp, const ConflictPolicy& policy, PlaceOutcome* out);
+
+// Moves src into the folder dest as new_name ("" keeps its name), keeping
+// its identity. kErrIntoItself when dest is src or lies below it.
+Status MoveItem(Daemon& d, Store* store, const Resolved& src, const Resolved& dest,
+                const std::string& new_name, const ConflictPolicy& policy, PlaceOutcome* out);
+
+// Deletes src: into the recycle bin (rows keep their ids, flagged removed;
+// the content goes to @recycle/<file_id>) or for good (content renamed to
+// trash_temp, then removed after the commit). A removed item (top of its
+// subtree) can be deleted for good.
+Status DeleteItem(Daemon& d, Store* store, const Resolved& src, bool permanent,
+                  const std::string& trash_temp);
+
+// True when `inner` is `outer` or lies below it (both in the same space).
+bool IsSameOrBelow(const Resolved& inner, const Resolved& outer);
+
+// Resolves each reference of the caller's (the wire's paths).
+Status ResolveAll(Daemon& d, Store* store, const Caller& caller,
+                  const std::vector<std::string>& paths, std::vector<Resolved>* out);
+// Resolves the destination folder: -1104 when it is a file.
+Status ResolveFolder(Daemon& d, Store* store, const Caller& caller, const std::string& path,
+                     Resolved* out);
+// Re-resolves a folder by id under the write lock (it may have moved).
+Status ResolveFolderById(Daemon& d, Store* store, const Caller& caller, const std::string& file_id,
+                         Resolved* out);
+
+}  // namespace orvel::syncd

@@ -1,0 +1,305 @@
+// transfer_place: the steps of transfer.h that change the visible tree:
+// placing a staged item, moving and deleting. Each renames on disk first
+// (the folder fsynced), then commits the rows in one transaction, and undoes
+// the rename when the commit fails. The caller holds Daemon::write_mu.
+#include <fcntl.h>
+#include <stdio.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+
+#include "log.h"
+#include "mime.h"
+#include "transfer.h"
+
+namespace orvel::syncd {
+namespace {
+
+constexpr unsigned kMaxAutoRename = 10000;
+
+std::string DiskOf(const Daemon& d, const Resolved& r) {
+  return DiskPath(d.layout, r.node.owner, r.components);
+}
+
+Resolved Child(const Resolved& parent, const Node& node) {
+  Resolved r;
+  r.node = node;
+  r.components = parent.components;
+  r.components.push_back(node.name);
+  return r;
+}
+
+bool OnDisk(const std::string& path) {
+  struct stat st;
+  return lstat(path.c_str(), &st) == 0;
+}
+
+Status RenameNoReplace(const std::string& from, const std::string& to) {
+  if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) != 0) {
+    if (errno == EEXIST) return Status(kErrNameExists, "name already exists: " + to);
+    return FsError("rename", from + " -> " + to, errno);
+  }
+  std::string to_dir = to.substr(0, to.find_last_of('/'));
+  std::string from_dir = from.substr(0, from.find_last_of('/'));
+  ORVEL_RETURN_IF_ERROR(FsyncDir(to_dir));
+  return from_dir == to_dir ? Status::OK() : FsyncDir(from_dir);
+}
+
+// The name to use in dest for `name` under policy p: sets *existing when
+// the name is taken by an indexed item and the policy is to act on it.
+// *skip for "skip".
+Status ChooseName(const Daemon& d, Store* store, const Resolved& dest, const std::string& name,
+                  bool is_dir, const std::string& p, std::string* chosen, Node* existing,
+                  bool* has_existing, bool* skip) {
+  *chosen = name;
+  *has_existing = *skip = false;
+  const std::string base = DiskOf(d, dest);
+  Status st = store->GetChild(dest.node.file_id, name, existing);
+  if (!st.ok() && st.code() != kErrNotFound) return st;
+  bool indexed = st.ok();
+  if (!indexed && !OnDisk(base + "/" + name)) return Status::OK();
+  const std::string view = MyDrivePath(dest.components) + "/" + name;
+  if (p == "autorename") {
+    for (unsigned n = 1; n <= kMaxAutoRename; ++n) {
+      std::string cand = AutoRenameName(name, is_dir, n);
+      Node other;
+      st = store->GetChild(dest.node.file_id, cand, &other);
+      if (st.ok()) continue;
+      if (st.code() != kErrNotFound) return st;
+      if (OnDisk(base + "/" + cand)) continue;
+      *chosen = cand;
+      return Status::OK();
+    }
+    return Status(kErrNameExists, "no free name for " + view);
+  }
+  if (!indexed) return Status(kErrNameExists, "name exists on disk but is not indexed yet: " + view);
+  if (p == "stop") return Status(kErrNameExists, "name already exists: " + view);
+  if (p == "skip") {
+    *skip = true;
+    return Status::OK();
+  }
+  if (existing->is_dir() && !is_dir) return Status(kErrIsFolder, "is a folder: " + view);
+  if (!existing->is_dir() && is_dir) return Status(kErrNotFolder, "not a folder: " + view);
+  *has_existing = true;
+  return Status::OK();
+}
+
+Status InsertRows(Store* store, StagedNode& item, uint64_t seq) {
+  item.row.sync_id = item.row.max_id = seq;
+  ORVEL_RETURN_IF_ERROR(store->Insert(&item.row));
+  for (StagedNode& c : item.children) ORVEL_RETURN_IF_ERROR(InsertRows(store, c, seq));
+  return Status::OK();
+}
+
+Status PlaceNew(Daemon& d, Store* store, const Resolved& dest, StagedNode& item,
+                const std::string& temp, const std::string& name, PlaceOutcome* out) {
+  const std::string target = DiskOf(d, dest) + "/" + name;
+  ORVEL_RETURN_IF_ERROR(RenameNoReplace(temp, target));
+  item.row.name = name;
+  item.row.parent_id = dest.node.file_id;
+  item.row.owner = dest.node.owner;
+  if (!item.row.is_dir()) item.row.ext = ExtensionOf(name);
+  Transaction tx(store, true);
+  Status st = tx.status();
+  uint64_t seq = 0;
+  if (st.ok()) st = store->NextChange(&seq);
+  if (st.ok()) st = InsertRows(store, item, seq);
+  if (st.ok()) st = store->TouchAncestors(dest.node.file_id, seq);
+  if (st.ok()) st = tx.Commit();
+  if (!st.ok()) {
+    SLOG_ERROR("placing %s failed, removing it: %s", target.c_str(), st.ToString().c_str());
+    RemoveTree(target);
+    return st;
+  }
+  out->node = item.row;
+  out->components = dest.components;
+  out->components.push_back(name);
+  return Status::OK();
+}
+
+// New content for the existing file row `existing` (its id stays).
+Status ReplaceContent(Daemon& d, Store* store, const Resolved& dest, Node existing,
+                      const Node& incoming, const std::string& from, bool keep_revision,
+                      const std::string& drop_id, PlaceOutcome* out) {
+  const std::string target = DiskOf(d, dest) + "/" + existing.name;
+  bool keep = keep_revision && !existing.hash.empty() && existing.hash != incoming.hash;
+  if (keep) ORVEL_RETURN_IF_ERROR(LinkDurable(target, d.layout.versions + "/" + existing.hash));
+  ORVEL_RETURN_IF_ERROR(RenameDurable(from, target));
+  Revision rev{existing.file_id, existing.sync_id, existing.size, existing.modified_time, existing.hash};
+  existing.size = incoming.size;
+  existing.hash = incoming.hash;
+  existing.modified_time = incoming.modified_time;
+  existing.change_time = time(nullptr);
+  Transaction tx(store, true);
+  ORVEL_RETURN_IF_ERROR(tx.status());
+  ORVEL_RETURN_IF_ERROR(store->NextChange(&existing.sync_id));
+  existing.max_id = existing.sync_id;
+  if (keep) {
+    ORVEL_RETURN_IF_ERROR(store->AddRevision(rev));
+    ++existing.revisions;
+  }
+  ORVEL_RETURN_IF_ERROR(store->Update(existing));
+  if (!drop_id.empty()) ORVEL_RETURN_IF_ERROR(store->Purge(drop_id));
+  ORVEL_RETURN_IF_ERROR(store->TouchAncestors(dest.node.file_id, existing.sync_id));
+  ORVEL_RETURN_IF_ERROR(tx.Commit());
+  out->node = existing;
+  out->components = dest.components;
+  out->components.push_back(existing.name);
+  return Status::OK();
+}
+
+}  // namespace
+
+Status PlaceStaged(Daemon& d, Store* store, const Resolved& dest, StagedNode& item,
+                   const std::string& temp, const ConflictPolicy& policy, PlaceOutcome* out) {
+  const bool is_dir = item.row.is_dir();
+  const std::string& p = policy.For(is_dir);
+  std::string name;
+  Node existing;
+  bool has_existing = false, skip = false;
+  ORVEL_RETURN_IF_ERROR(
+      ChooseName(d, store, dest, item.row.name, is_dir, p, &name, &existing, &has_existing, &skip));
+  if (skip) {
+    out->skipped = true;
+    out->node = existing;
+    return RemoveTree(temp);
+  }
+  if (!has_existing) return PlaceNew(d, store, dest, item, temp, name, out);
+  if (!is_dir)
+    return ReplaceContent(d, store, dest, existing, item.row, temp, p == "overwrite_server", "", out);
+  // A folder onto a folder: its children join the existing one.
+  Resolved into = Child(dest, existing);
+  for (StagedNode& c : item.children) {
+    PlaceOutcome sub;
+    ORVEL_RETURN_IF_ERROR(PlaceStaged(d, store, into, c, temp + "/" + c.row.name, policy, &sub));
+  }
+  out->node = existing;
+  out->components = into.components;
+  return RemoveTree(temp);
+}
+
+Status MoveItem(Daemon& d, Store* store, const Resolved& src, const Resolved& dest,
+                const std::string& new_name, const ConflictPolicy& policy, PlaceOutcome* out) {
+  if (src.components.empty()) return Status(kErrInvalidArgument, "cannot move /mydrive itself");
+  if (IsSameOrBelow(dest, src))
+    return Status(kErrIntoItself, "cannot move a folder into itself: " + src.ViewPath());
+  const std::string name = new_name.empty() ? src.node.name : new_name;
+  ORVEL_RETURN_IF_ERROR(ValidateName(name));
+  if (dest.node.file_id == src.node.parent_id && name == src.node.name) {
+    out->node = src.node;
+    out->components = src.components;
+    return Status::OK();  // already there
+  }
+  const bool is_dir = src.node.is_dir();
+  const std::string& p = policy.For(is_dir);
+  std::string chosen;
+  Node existing;
+  bool has_existing = false, skip = false;
+  ORVEL_RETURN_IF_ERROR(ChooseName(d, store, dest, name, is_dir, p, &chosen, &existing, &has_existing, &skip));
+  const std::string from = DiskOf(d, src);
+  if (skip) {
+    out->skipped = true;
+    out->node = existing;
+    return Status::OK();
+  }
+  if (has_existing && !is_dir)
+    return ReplaceContent(d, store, dest, existing, src.node, from, p == "overwrite_server",
+                          src.node.file_id, out);
+  if (has_existing) {  // merge the folder's children, then drop it if emptied
+    Resolved into = Child(dest, existing);
+    std::vector<Node> kids;
+    ORVEL_RETURN_IF_ERROR(LiveChildren(store, src.node.file_id, &kids));
+    for (const Node& k : kids) {
+      PlaceOutcome sub;
+      ORVEL_RETURN_IF_ERROR(MoveItem(d, store, Child(src, k), into, "", policy, &sub));
+    }
+    ORVEL_RETURN_IF_ERROR(LiveChildren(store, src.node.file_id, &kids));
+    if (kids.empty() && rmdir(from.c_str()) == 0) {
+      Transaction tx(store, true);
+      ORVEL_RETURN_IF_ERROR(tx.status());
+      ORVEL_RETURN_IF_ERROR(store->Purge(src.node.file_id));
+      ORVEL_RETURN_IF_ERROR(tx.Commit());
+    }
+    out->node = existing;
+    out->components = into.components;
+    return Status::OK();
+  }
+  const std::string to = DiskOf(d, dest) + "/" + chosen;
+  ORVEL_RETURN_IF_ERROR(RenameNoReplace(from, to));
+  Node n = src.node;
+  n.parent_id = dest.node.file_id;
+  n.name = chosen;
+  if (!is_dir) {
+    n.ext = ExtensionOf(chosen);
+    n.content_type = ContentTypeOf(chosen, false);
+  }
+  n.change_time = time(nullptr);
+  Transaction tx(store, true);
+  Status st = tx.status();
+  if (st.ok()) st = store->NextChange(&n.sync_id);
+  n.max_id = std::max(n.max_id, n.sync_id);
+  if (st.ok()) st = store->Update(n);
+  if (st.ok()) st = store->TouchAncestors(src.node.parent_id, n.sync_id);
+  if (st.ok()) st = store->TouchAncestors(dest.node.file_id, n.sync_id);
+  if (st.ok()) st = tx.Commit();
+  if (!st.ok()) {
+    if (rename(to.c_str(), from.c_str()) != 0)
+      SLOG_ERROR("move of %s: undoing the rename failed: %s", from.c_str(), strerror(errno));
+    return st;
+  }
+  out->node = n;
+  out->components = dest.components;
+  out->components.push_back(chosen);
+  return Status::OK();
+}
+
+namespace {
+
+// Flags node and everything live below it as removed.
+Status MarkRemoved(Store* store, Node node, int64_t now) {
+  if (node.is_dir()) {
+    std::vector<Node> kids;
+    ORVEL_RETURN_IF_ERROR(LiveChildren(store, node.file_id, &kids));
+    for (const Node& k : kids) ORVEL_RETURN_IF_ERROR(MarkRemoved(store, k, now));
+  }
+  node.removed = true;
+  node.change_time = now;
+  return store->Update(node);
+}
+
+}  // namespace
+
+Status DeleteItem(Daemon& d, Store* store, const Resolved& src, bool permanent,
+                  const std::string& trash_temp) {
+  if (src.node.parent_id.empty()) return Status(kErrInvalidArgument, "cannot delete /mydrive itself");
+  const bool in_bin = src.node.removed;
+  const std::string from = in_bin ? d.layout.recycle + "/" + src.node.file_id : DiskOf(d, src);
+  if (in_bin && !permanent) return Status::OK();  // already there
+  const std::string to = permanent ? trash_temp : d.layout.recycle + "/" + src.node.file_id;
+  bool gone = false;
+  if (!OnDisk(from)) {
+    gone = true;  // its file vanished: only the rows go
+  } else {
+    ORVEL_RETURN_IF_ERROR(RenameDurable(from, to));
+  }
+  int64_t now = time(nullptr);
+  Transaction tx(store, true);
+  Status st = tx.status();
+  uint64_t seq = 0;
+  if (st.ok()) st = store->NextChange(&seq);
+  if (st.ok()) st = permanent ? store->Purge(src.node.file_id) : MarkRemoved(store, src.node, now);
+  if (st.ok()) st = store->TouchAncestors(src.node.parent_id, seq);
+  if (st.ok()) st = tx.Commit();
+  if (!st.ok()) {
+    if (!gone && rename(to.c_str(), from.c_str()) != 0)
+      SLOG_ERROR("delete of %s: undoing the rename failed: %s", from.c_str(), strerror(errno));
+    return st;
+  }
+  return Status::OK();
+}
+
+}  // namespace orvel::syncd

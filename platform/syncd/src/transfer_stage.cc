@@ -1,0 +1,264 @@
+// transfer_stage: conflict policies, subtree counts, reference resolution and
+// the staging copies of transfer.h (from the database's tree or from a
+// server path). Runs without the write lock; see transfer.h.
+#include <dirent.h>
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+
+#include "mime.h"
+#include "tasks.h"
+#include "transfer.h"
+
+namespace orvel::syncd {
+namespace {
+
+bool KnownPolicy(const std::string& p) {
+  return p == "stop" || p == "skip" || p == "autorename" || p == "overwrite" ||
+         p == "overwrite_server";
+}
+
+Status OnePolicy(const PObject& v, const std::string& def, std::string* out) {
+  if (v.isNull()) {
+    *out = def;
+    return Status::OK();
+  }
+  if (!v.isString()) return Status(kErrInvalidArgument, "conflict policy must be a string");
+  *out = v.asString().empty() ? def : v.asString() == "version" ? "overwrite_server" : v.asString();
+  if (!KnownPolicy(*out)) return Status(kErrInvalidArgument, "unknown conflict_policy: \"" + *out + "\"");
+  return Status::OK();
+}
+
+// Reads everything from src_fd to dst_fd with read/write.
+Status CopyByReading(int src_fd, int dst_fd, const std::string& dst_path) {
+  std::vector<char> block(1 << 20);
+  for (;;) {
+    ssize_t r = read(src_fd, block.data(), block.size());
+    if (r < 0 && errno == EINTR) continue;
+    if (r < 0) return FsError("read", "copy source", errno);
+    if (r == 0) return Status::OK();
+    for (ssize_t off = 0; off < r;) {
+      ssize_t w = write(dst_fd, block.data() + off, static_cast<size_t>(r - off));
+      if (w < 0 && errno == EINTR) continue;
+      if (w < 0) return FsError("write", dst_path, errno);
+      off += w;
+    }
+  }
+}
+
+Node NewRowLike(const Node& src, const std::string& parent_id) {
+  Node n = src;
+  n.row_id = 0;
+  n.file_id = NewFileId();
+  n.parent_id = parent_id;
+  n.sync_id = n.max_id = 0;
+  n.removed = n.vanished = false;
+  n.permanent_link.clear();
+  n.revisions = 0;
+  n.child_count = n.child_dirs = 0;
+  return n;
+}
+
+}  // namespace
+
+Status ParseConflictPolicy(const PObject& v, const std::string& def, ConflictPolicy* out) {
+  if (v.isMap()) {
+    std::string base;
+    ORVEL_RETURN_IF_ERROR(OnePolicy(v["default"], def, &base));
+    ORVEL_RETURN_IF_ERROR(OnePolicy(v["file"], base, &out->file));
+    const PObject& folder = v.hasMember("folder") ? v["folder"] : v["dir"];
+    return OnePolicy(folder, base, &out->folder);
+  }
+  std::string one;
+  ORVEL_RETURN_IF_ERROR(OnePolicy(v, def, &one));
+  out->file = out->folder = one;
+  return Status::OK();
+}
+
+PObject ConflictPolicyToPObject(const ConflictPolicy& p) {
+  PObject m = PObject::MakeMap();
+  m["file"] = p.file;
+  m["folder"] = p.folder;
+  return m;
+}
+
+Status LiveChildren(Store* store, const std::string& folder_id, std::vector<Node>* out) {
+  ORVEL_RETURN_IF_ERROR(store->ListAllChildren(folder_id, out));
+  out->erase(std::remove_if(out->begin(), out->end(),
+                            [](const Node& n) { return n.removed || n.vanished; }),
+             out->end());
+  return Status::OK();
+}
+
+Status CountSubtree(Store* store, const Node& node, TreeCount* out) {
+  ++out->items;
+  if (!node.is_dir()) {
+    out->bytes += node.size;
+    return Status::OK();
+  }
+  std::vector<Node> kids;
+  ORVEL_RETURN_IF_ERROR(LiveChildren(store, node.file_id, &kids));
+  for (const Node& k : kids) ORVEL_RETURN_IF_ERROR(CountSubtree(store, k, out));
+  return Status::OK();
+}
+
+Status CopyFileContent(int src_fd, int dst_fd, const std::string& dst_path) {
+  if (ioctl(dst_fd, FICLONE, src_fd) == 0) return Status::OK();
+  for (;;) {
+    ssize_t n = copy_file_range(src_fd, nullptr, dst_fd, nullptr, 1 << 30, 0);
+    if (n > 0) continue;
+    if (n == 0) return Status::OK();
+    if (errno == EINTR) continue;
+    if (errno == EXDEV || errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP) break;
+    return FsError("copy_file_range", dst_path, errno);
+  }
+  // The fallback starts over from both files' beginnings.
+  if (lseek(src_fd, 0, SEEK_SET) < 0 || lseek(dst_fd, 0, SEEK_SET) < 0 || ftruncate(dst_fd, 0) != 0)
+    return FsError("lseek", dst_path, errno);
+  return CopyByReading(src_fd, dst_fd, dst_path);
+}
+
+Status StageProgress::Step(uint64_t bytes_done) {
+  ++items;
+  bytes += bytes_done;
+  if (!task) return Status::OK();
+  if (task->Cancelled()) return Status(kErrTaskCancelled, "task cancelled");
+  task->Progress(items, std::max(total, items));
+  return Status::OK();
+}
+
+namespace {
+
+// Copies one regular file src -> dst (new, mode 0640), keeping its times.
+Status CopyOneFile(const std::string& src, const std::string& dst, struct stat* st_out) {
+  ScopedFd in(open(src.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+  if (!in.valid()) {
+    if (errno == ENOENT) return Status(kErrDataMissing, "data file missing: " + src);
+    return FsError("open", src, errno);
+  }
+  struct stat st;
+  if (fstat(in.get(), &st) != 0) return FsError("fstat", src, errno);
+  ScopedFd out(open(dst.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0640));
+  if (!out.valid()) return FsError("create", dst, errno);
+  ORVEL_RETURN_IF_ERROR(CopyFileContent(in.get(), out.get(), dst));
+  ORVEL_RETURN_IF_ERROR(SetTimes(out.get(), st.st_atime, st.st_mtime, dst));
+  if (st_out) *st_out = st;
+  return Status::OK();
+}
+
+}  // namespace
+
+Status StageFromStore(Store* store, const Node& src, const std::string& src_disk,
+                      const std::string& dst, StageProgress* progress, StagedNode* out) {
+  out->row = NewRowLike(src, "");
+  out->children.clear();
+  if (!src.is_dir()) {
+    ORVEL_RETURN_IF_ERROR(CopyOneFile(src_disk, dst, nullptr));
+    return progress->Step(src.size);
+  }
+  if (mkdir(dst.c_str(), 0750) != 0) return FsError("mkdir", dst, errno);
+  ORVEL_RETURN_IF_ERROR(progress->Step(0));
+  std::vector<Node> kids;
+  ORVEL_RETURN_IF_ERROR(LiveChildren(store, src.file_id, &kids));
+  out->children.resize(kids.size());
+  for (size_t i = 0; i < kids.size(); ++i) {
+    ORVEL_RETURN_IF_ERROR(StageFromStore(store, kids[i], src_disk + "/" + kids[i].name,
+                                         dst + "/" + kids[i].name, progress, &out->children[i]));
+    out->children[i].row.parent_id = out->row.file_id;
+  }
+  return Status::OK();
+}
+
+Status StageFromDisk(const std::string& src, const std::string& dst, const std::string& owner,
+                     StageProgress* progress, StagedNode* out) {
+  struct stat st;
+  if (lstat(src.c_str(), &st) != 0) return FsError("lstat", src, errno);
+  std::string name = src.substr(src.find_last_of('/') + 1);
+  int64_t now = time(nullptr);
+  Node& n = out->row;
+  n = Node();
+  n.file_id = NewFileId();
+  n.owner = owner;
+  n.name = name;
+  n.type = S_ISDIR(st.st_mode) ? 1 : 0;
+  n.created_time = n.access_time = n.change_time = now;
+  n.modified_time = st.st_mtime;
+  n.content_type = ContentTypeOf(name, n.is_dir());
+  if (!n.is_dir()) {
+    if (!S_ISREG(st.st_mode)) return Status(kErrInvalidArgument, "not a regular file: " + src);
+    ORVEL_RETURN_IF_ERROR(CopyOneFile(src, dst, &st));
+    ORVEL_RETURN_IF_ERROR(HashPath(dst, &n.hash, &n.size));
+    n.ext = ExtensionOf(name);
+    return progress->Step(n.size);
+  }
+  if (mkdir(dst.c_str(), 0750) != 0) return FsError("mkdir", dst, errno);
+  ORVEL_RETURN_IF_ERROR(progress->Step(0));
+  std::vector<std::string> names;
+  {
+    DIR* dir = opendir(src.c_str());
+    if (!dir) return FsError("opendir", src, errno);
+    while (const dirent* e = readdir(dir)) {
+      if (strcmp(e->d_name, ".") != 0 && strcmp(e->d_name, "..") != 0) names.emplace_back(e->d_name);
+    }
+    closedir(dir);
+  }
+  std::sort(names.begin(), names.end());
+  for (const std::string& child : names) {
+    struct stat cst;
+    std::string cpath = src + "/" + child;
+    if (lstat(cpath.c_str(), &cst) != 0 || (!S_ISREG(cst.st_mode) && !S_ISDIR(cst.st_mode)))
+      continue;  // links and special files are not imported
+    out->children.emplace_back();
+    ORVEL_RETURN_IF_ERROR(StageFromDisk(cpath, dst + "/" + child, owner, progress, &out->children.back()));
+    out->children.back().row.parent_id = n.file_id;
+  }
+  return Status::OK();
+}
+
+Status FlushFileSystem(const std::string& path) {
+  ScopedFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!fd.valid()) return FsError("open", path, errno);
+  if (syncfs(fd.get()) != 0) return FsError("syncfs", path, errno);
+  return Status::OK();
+}
+
+bool IsSameOrBelow(const Resolved& inner, const Resolved& outer) {
+  if (inner.node.owner != outer.node.owner) return false;
+  if (inner.components.size() < outer.components.size()) return false;
+  return std::equal(outer.components.begin(), outer.components.end(), inner.components.begin());
+}
+
+Status ResolveAll(Daemon& d, Store* store, const Caller& caller,
+                  const std::vector<std::string>& paths, std::vector<Resolved>* out) {
+  out->clear();
+  for (const std::string& p : paths) {
+    ItemRef ref;
+    ORVEL_RETURN_IF_ERROR(ParseItemRef(p, &ref));
+    out->emplace_back();
+    ORVEL_RETURN_IF_ERROR(ResolveRef(d, store, caller, ref, &out->back()));
+  }
+  return Status::OK();
+}
+
+Status ResolveFolder(Daemon& d, Store* store, const Caller& caller, const std::string& path,
+                     Resolved* out) {
+  ItemRef ref;
+  ORVEL_RETURN_IF_ERROR(ParseItemRef(path, &ref));
+  ORVEL_RETURN_IF_ERROR(ResolveRef(d, store, caller, ref, out));
+  if (!out->node.is_dir()) return Status(kErrNotFolder, "not a folder: " + out->ViewPath());
+  return Status::OK();
+}
+
+Status ResolveFolderById(Daemon& d, Store* store, const Caller& caller, const std::string& file_id,
+                         Resolved* out) {
+  return ResolveFolder(d, store, caller, "id:" + file_id, out);
+}
+
+}  // namespace orvel::syncd

@@ -1,0 +1,4 @@
+# Browsing tables of the daemon's store and the helpers of search,
+# thumbnails and roles, against the real code in syncd_core.
+orvel_add_test(browse_unit_test unit/browse_store_test.cc)
+target_link_libraries(browse_unit_test PRIVATE syncd_core PkgConfig::SQLITE3)

@@ -1,0 +1,131 @@
+// orvelctl share/unshare/link/backup/access-requests: sharing with users and
+// groups, sharing links, backup tasks and access requests, through the
+// daemon's admin ops (docs/browse.md). Single-threaded.
+#include <cstdio>
+#include <ctime>
+#include <string>
+
+#include "nimbard/nimbard.h"
+#include "nimbard/status.h"
+#include "orvelctl.h"
+
+namespace orvelctl {
+namespace {
+
+int Call(const std::string& op, const PObject& args, PObject* result) {
+  Nimbard client;
+  client.SetServer("unix:/tmp/cloud-syncservice", 0);
+  client.SetServerVersion(11061);
+  client.SetTimeout(60);
+  if (client.Call(op, args, result) == 0) return 0;
+  return Fail(op + " failed: " + client.GetLastErrorMessage() + " (" +
+              std::to_string(client.GetLastError()) + ")");
+}
+
+// Reads "--user NAME" / "--group NAME" / "--role R" / "--expires-in S" from
+// args[from..]; false on an unknown or incomplete option.
+bool Options(const Args& args, size_t from, PObject* out, std::string* error) {
+  for (size_t i = from; i < args.size(); i += 2) {
+    if (i + 1 >= args.size()) {
+      *error = "option " + args[i] + " needs a value";
+      return false;
+    }
+    const std::string& opt = args[i];
+    const std::string& val = args[i + 1];
+    if (opt == "--user" || opt == "--group") {
+      (*out)["kind"] = opt.substr(2);
+      (*out)["name"] = val;
+    } else if (opt == "--role") {
+      (*out)["role"] = val;
+    } else if (opt == "--expires-in") {
+      (*out)["expires_in"] = static_cast<unsigned long long>(std::strtoull(val.c_str(), nullptr, 10));
+    } else {
+      *error = "unknown option " + opt;
+      return false;
+    }
+  }
+  return true;
+}
+
+int Share(const Args& args, bool add) {
+  if (args.size() < 4) return Usage(std::string(add ? "share" : "unshare") + " takes <owner> <path> --user|--group NAME");
+  PObject a = PObject::MakeMap();
+  a["owner"] = args[0];
+  a["path"] = args[1];
+  std::string error;
+  if (!Options(args, 2, &a, &error)) return Usage(error);
+  if (!a.hasMember("name")) return Usage("name a member with --user or --group");
+  if (Call(add ? "admin_share" : "admin_unshare", a, nullptr) != 0) return 1;
+  printf("%s %s %s %s\n", add ? "shared" : "unshared", args[1].c_str(), add ? "with" : "from",
+         a["name"].asString().c_str());
+  return 0;
+}
+
+int Link(const Args& args) {
+  if (args.size() >= 3 && args[0] == "create") {
+    PObject a = PObject::MakeMap();
+    a["owner"] = args[1];
+    a["path"] = args[2];
+    std::string error;
+    if (!Options(args, 3, &a, &error)) return Usage(error);
+    PObject r;
+    if (Call("admin_link_create", a, &r) != 0) return 1;
+    printf("%s\n", r["token"].asString().c_str());
+    return 0;
+  }
+  if (args.size() == 2 && args[0] == "remove") {
+    PObject a = PObject::MakeMap();
+    a["token"] = args[1];
+    if (Call("admin_link_remove", a, nullptr) != 0) return 1;
+    printf("link removed\n");
+    return 0;
+  }
+  return Usage("link takes 'create <owner> <path> [--role R] [--expires-in S]' or 'remove <token>'");
+}
+
+int Backup(const Args& args) {
+  PObject a = PObject::MakeMap();
+  PObject r;
+  if (args.size() == 4 && args[0] == "add") {
+    a["user"] = args[1];
+    a["name"] = args[2];
+    a["path"] = args[3];
+    if (Call("admin_backup_add", a, &r) != 0) return 1;
+    printf("%s\n", r["task_id"].asString().c_str());
+    return 0;
+  }
+  if (args.size() == 3 && args[0] == "remove") {
+    a["user"] = args[1];
+    a["task_id"] = args[2];
+    if (Call("admin_backup_remove", a, nullptr) != 0) return 1;
+    printf("backup task removed\n");
+    return 0;
+  }
+  return Usage("backup takes 'add <user> <name> <path>' or 'remove <user> <task_id>'");
+}
+
+}  // namespace
+
+int ShareCommand(const Args& args) { return Share(args, true); }
+int UnshareCommand(const Args& args) { return Share(args, false); }
+int LinkCommand(const Args& args) { return Link(args); }
+int BackupCommand(const Args& args) { return Backup(args); }
+
+int AccessRequestsCommand(const Args& args) {
+  if (args.size() != 1) return Usage("access-requests takes <owner>");
+  PObject a = PObject::MakeMap();
+  a["owner"] = args[0];
+  PObject r;
+  if (Call("admin_access_requests", a, &r) != 0) return 1;
+  for (const PObject& q : r["requests"].asArray()) {
+    time_t at = static_cast<time_t>(q["at"].asInt64());
+    char when[32];
+    struct tm tm;
+    strftime(when, sizeof(when), "%Y-%m-%d %H:%M:%S", localtime_r(&at, &tm));
+    printf("%s\t%s\t%s\t%s\n", when, q["requester"].asString().c_str(), q["path"].asString().c_str(),
+           q["file_id"].asString().c_str());
+  }
+  return 0;
+}
+
+}  // namespace orvelctl
