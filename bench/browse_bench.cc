@@ -196,12 +196,12 @@ TEST(BrowseBench, SearchLatencyAndThumbnails) {
   pid_t child = ::fork();
   if (child == 0) {
     long before = StatusKb("VmRSS:");
-    orvel::syncd::ThumbSpec spec;
-    spec.size = "xlarge";
-    orvel::syncd::ParseThumbSpec(&spec);
+    orvel::syncd::ThumbRequest want;
+    want.size = "xlarge";
+    orvel::syncd::ParseThumbRequest(&want);
     std::string out;
     auto s = Clock::now();
-    orvel::Status st = orvel::syncd::GetOrMakeThumbnail(stack->root(), photo, "ffffffffbench", "jpg", spec, &out);
+    orvel::Status st = orvel::syncd::GetOrMakeThumbnail(stack->root(), photo, "ffffffffbench", "jpg", want, &out);
     double took = Ms(s);
     long peak = StatusKb("VmHWM:");
     char line[160];

@@ -5,7 +5,7 @@ set -euo pipefail
 
 PACKAGES=(
   build-essential cmake ninja-build pkg-config git
-  libjsoncpp-dev libsqlite3-dev libsodium-dev libmsgpack-dev libarchive-dev
+  libjsoncpp-dev libsqlite3-dev libsodium-dev libssl-dev libmsgpack-dev libarchive-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   libvips-dev
   libreoffice-writer-nogui libreoffice-calc-nogui libreoffice-impress-nogui

@@ -195,23 +195,23 @@ TEST(BrowseHelpersTest, IndexedTextIsValidUtf8) {
 }
 
 TEST(BrowseHelpersTest, ThumbnailSpecs) {
-  ThumbSpec s;
-  ASSERT_TRUE(ParseThumbSpec(&s).ok());
+  ThumbRequest s;
+  ASSERT_TRUE(ParseThumbRequest(&s).ok());
   EXPECT_EQ(s.box, 120);
   s.size = "xlarge";
   s.format = "jpeg";
   s.animate = true;
-  ASSERT_TRUE(ParseThumbSpec(&s).ok());
+  ASSERT_TRUE(ParseThumbRequest(&s).ok());
   EXPECT_EQ(s.box, 1280);
   EXPECT_EQ(s.format, "jpg");
   EXPECT_FALSE(s.animate);  // only WebP keeps frames
   s.size = "tiny";
-  Status st = ParseThumbSpec(&s);
+  Status st = ParseThumbRequest(&s);
   EXPECT_EQ(st.code(), kErrThumbnailSpec);
   EXPECT_EQ(st.message(), "unsupported thumbnail size: \"tiny\"");
   s.size = "small";
   s.format = "gif";
-  EXPECT_EQ(ParseThumbSpec(&s).code(), kErrThumbnailSpec);
+  EXPECT_EQ(ParseThumbRequest(&s).code(), kErrThumbnailSpec);
 }
 
 TEST(BrowseHelpersTest, CapabilitiesFollowTheRole) {

@@ -1,13 +1,13 @@
-// File, SimpleFileReader and content hashing (SHA-256, libsodium).
+// File, SimpleFileReader and content hashing (SHA-256).
 #include "nimbard/file.h"
+
+#include "nimbard/sha256.h"
 
 #include <fcntl.h>
 #include <ftw.h>
-#include <sodium.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <vector>
 
 namespace {
 
@@ -30,34 +30,11 @@ int RemoveEntry(const char* path, const struct stat*, int flag, struct FTW*) {
   return flag == FTW_DP ? ::rmdir(path) : ::unlink(path);
 }
 
-// Reads a file in 1 MiB blocks into the hash; bytes read or -1 (errno set).
+// Hashes a whole file; bytes read or -1 (errno set).
 int64_t HashInto(const std::string& path, std::string* hex) {
   FdGuard fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
   if (fd.get() < 0) return -1;
-  if (sodium_init() < 0) {
-    errno = ENOMEM;
-    return -1;
-  }
-  crypto_hash_sha256_state st;
-  crypto_hash_sha256_init(&st);
-  std::vector<unsigned char> buf(1 << 20);
-  int64_t total = 0;
-  for (;;) {
-    ssize_t n = ::read(fd.get(), buf.data(), buf.size());
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      return -1;
-    }
-    if (n == 0) break;
-    crypto_hash_sha256_update(&st, buf.data(), static_cast<unsigned long long>(n));
-    total += n;
-  }
-  unsigned char digest[crypto_hash_sha256_BYTES];
-  crypto_hash_sha256_final(&st, digest);
-  char out[crypto_hash_sha256_BYTES * 2 + 1];
-  sodium_bin2hex(out, sizeof(out), digest, sizeof(digest));
-  if (hex) *hex = out;
-  return total;
+  return orvel::HashFileDescriptor(fd.get(), hex);
 }
 
 }  // namespace

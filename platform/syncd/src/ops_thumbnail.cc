@@ -9,12 +9,12 @@ namespace orvel::syncd {
 
 Status OpGetThumbnail(RequestContext& ctx, const PObject& args, PObject* result) {
   std::string path;
-  ThumbSpec spec;
+  ThumbRequest want;
   ORVEL_RETURN_IF_ERROR(ArgString(args, "path", &path));
-  ORVEL_RETURN_IF_ERROR(ArgString(args, "format", &spec.format));
-  ORVEL_RETURN_IF_ERROR(ArgString(args, "size", &spec.size));
-  ORVEL_RETURN_IF_ERROR(ArgBool(args, "animate", &spec.animate));
-  ORVEL_RETURN_IF_ERROR(ParseThumbSpec(&spec));
+  ORVEL_RETURN_IF_ERROR(ArgString(args, "format", &want.format));
+  ORVEL_RETURN_IF_ERROR(ArgString(args, "size", &want.size));
+  ORVEL_RETURN_IF_ERROR(ArgBool(args, "animate", &want.animate));
+  ORVEL_RETURN_IF_ERROR(ParseThumbRequest(&want));
   Access item;
   ORVEL_RETURN_IF_ERROR(ResolveAccess(ctx, path, &item));
   const Node& n = item.node;
@@ -24,13 +24,13 @@ Status OpGetThumbnail(RequestContext& ctx, const PObject& args, PObject* result)
     return Status(kErrNoThumbnail, "no thumbnail for this item: " + item.view_path);
   std::string thumb;
   Status st = GetOrMakeThumbnail(ctx.d->layout.thumbs, AccessDiskPath(ctx.d->layout, item), n.hash, n.ext,
-                                 spec, &thumb);
+                                 want, &thumb);
   if (st.code() == kErrNoThumbnail) return Status(kErrNoThumbnail, st.message() + " (" + item.view_path + ")");
   ORVEL_RETURN_IF_ERROR(st);
   std::string stem = n.name.substr(0, n.name.find_last_of('.'));
   if (stem.empty()) stem = n.name;
   (*result)["path"] = thumb;
-  (*result)["name"] = stem + "." + spec.format;
+  (*result)["name"] = stem + "." + want.format;
   return Status::OK();
 }
 

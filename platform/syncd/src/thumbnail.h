@@ -15,16 +15,16 @@
 
 namespace orvel::syncd {
 
-struct ThumbSpec {
+struct ThumbRequest {
   std::string size = "small";   // small, medium, large, xlarge
   std::string format = "jpg";   // jpg, png, webp
   bool animate = false;         // keep an animation (webp only)
   int box = 0;                  // bounding box in pixels, from size
 };
 
-// Checks and completes spec; kErrThumbnailSpec (-902) for an unknown size
+// Checks and completes the request; kErrThumbnailSpec (-902) for an unknown size
 // or format.
-Status ParseThumbSpec(ThumbSpec* spec);
+Status ParseThumbRequest(ThumbRequest* want);
 
 // Whether an item of this extension may have a thumbnail at all.
 bool MayHaveThumbnail(const std::string& ext);
@@ -33,7 +33,7 @@ bool MayHaveThumbnail(const std::string& ext);
 // renders it into `cache_dir` when missing. kErrNoThumbnail (-901) when
 // libvips cannot read the file as an image.
 Status GetOrMakeThumbnail(const std::string& cache_dir, const std::string& source,
-                          const std::string& hash, const std::string& ext, const ThumbSpec& spec,
+                          const std::string& hash, const std::string& ext, const ThumbRequest& want,
                           std::string* out_path);
 
 }  // namespace orvel::syncd

@@ -3,13 +3,14 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <sodium.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 #include <vector>
+
+#include "nimbard/sha256.h"
 
 namespace orvel::syncd {
 namespace {
@@ -195,29 +196,10 @@ Status CopyToTemp(int src_fd, const std::string& dir, std::string* out) {
 }
 
 Status HashFd(int fd, std::string* hex, uint64_t* size) {
-  crypto_hash_sha256_state st;
-  crypto_hash_sha256_init(&st);
   if (lseek(fd, 0, SEEK_SET) < 0) return FsError("lseek", "hash source", errno);
-  // One buffer per thread: reconciliation hashes many small files.
-  thread_local std::vector<unsigned char> block(256 << 10);
-  uint64_t total = 0;
-  for (;;) {
-    ssize_t r = read(fd, block.data(), block.size());
-    if (r < 0 && errno == EINTR) continue;
-    if (r < 0) return FsError("read", "hash source", errno);
-    if (r == 0) break;
-    crypto_hash_sha256_update(&st, block.data(), static_cast<unsigned long long>(r));
-    total += static_cast<uint64_t>(r);
-  }
-  unsigned char digest[crypto_hash_sha256_BYTES];
-  crypto_hash_sha256_final(&st, digest);
-  static const char kHex[] = "0123456789abcdef";
-  hex->clear();
-  for (unsigned char b : digest) {
-    hex->push_back(kHex[b >> 4]);
-    hex->push_back(kHex[b & 15]);
-  }
-  if (size) *size = total;
+  int64_t total = HashFileDescriptor(fd, hex);
+  if (total < 0) return FsError("read", "hash source", errno);
+  if (size) *size = static_cast<uint64_t>(total);
   return Status::OK();
 }
 

@@ -1,6 +1,6 @@
 // File: a path with its stat data, and SimpleFileReader, which reads a file
-// once while hashing it. The content hash is SHA-256 (libsodium), lower-case
-// hex; the daemon checks it against the bytes it receives.
+// once while hashing it. The content hash is SHA-256 (nimbard/sha256.h),
+// lower-case hex; the daemon checks it against the bytes it receives.
 #pragma once
 
 #include <sys/stat.h>

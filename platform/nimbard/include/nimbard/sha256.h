@@ -1,0 +1,31 @@
+// Sha256: the content hash of the platform (lower-case hex SHA-256), computed
+// with OpenSSL, which uses the CPU's SHA instructions where it has them.
+// One object per stream; not thread-safe.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace orvel {
+
+class Sha256 {
+ public:
+  Sha256();
+  ~Sha256();
+  Sha256(const Sha256&) = delete;
+  Sha256& operator=(const Sha256&) = delete;
+
+  void Update(const void* data, size_t len);
+  // The digest of everything added, as 64 hex characters. Call once.
+  std::string HexDigest();
+
+ private:
+  void* ctx_;  // EVP_MD_CTX
+};
+
+// Reads fd from its current offset to the end, hashing it. Returns the number
+// of bytes read, or -1 with errno set. *hex receives the digest.
+int64_t HashFileDescriptor(int fd, std::string* hex);
+
+}  // namespace orvel
