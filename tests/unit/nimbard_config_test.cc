@@ -8,6 +8,7 @@
 
 #include "nimbard/file.h"
 #include "nimbard/platform.h"
+#include "nimbard/sha256.h"
 #include "nimbard/sync_config.h"
 #include "nimbard/zemo_root.h"
 
@@ -89,6 +90,39 @@ TEST(FileHash, MatchesKnownSha256) {
   ::unlink(tmpl);
   r.setFile(tmpl);
   EXPECT_EQ(r.readFile(), -1);
+}
+
+}  // namespace
+
+namespace {
+
+TEST(DigestCache, UsedOnlyWhileTheFileIsUnchanged) {
+  char tmpl[] = "/tmp/orvel-digest-XXXXXX";
+  int fd = ::mkstemp(tmpl);
+  ASSERT_EQ(::write(fd, "abc", 3), 3);
+  const std::string abc = "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad";
+  if (!orvel::StoreDigest(fd, abc)) {
+    ::close(fd);
+    ::unlink(tmpl);
+    GTEST_SKIP() << "no user extended attributes on this file system";
+  }
+  std::string hex;
+  uint64_t size = 0;
+  EXPECT_TRUE(orvel::LoadDigest(fd, &hex, &size));
+  EXPECT_EQ(hex, abc);
+  EXPECT_EQ(size, 3u);
+  // A later write changes size and time: the recorded digest no longer counts,
+  // and the reader hashes the bytes themselves.
+  ASSERT_EQ(::write(fd, "d", 1), 1);
+  EXPECT_FALSE(orvel::LoadDigest(fd, &hex, &size));
+  ::close(fd);
+  std::string read_hash;
+  SimpleFileReader r;
+  r.setFile(tmpl);
+  r.setHashString(read_hash);
+  EXPECT_EQ(r.readFile(), 4);
+  EXPECT_EQ(read_hash, "88d4266fd4e6338d13b845fcf289579d209c897823b9217da3e161936f031589");
+  ::unlink(tmpl);
 }
 
 }  // namespace

@@ -74,8 +74,16 @@ int File::Stat() {
 }
 
 int64_t SimpleFileReader::readFile() {
+  FdGuard fd(::open(path_.c_str(), O_RDONLY | O_CLOEXEC));
+  if (fd.get() < 0) return -1;
   std::string hex;
-  int64_t n = HashInto(path_, &hex);
+  uint64_t size = 0;
+  int64_t n;
+  if (orvel::LoadDigest(fd.get(), &hex, &size)) {
+    n = static_cast<int64_t>(size);  // recorded by the writer, still current
+  } else {
+    n = orvel::HashFileDescriptor(fd.get(), &hex);
+  }
   if (n >= 0 && hash_out_) *hash_out_ = hex;
   return n;
 }

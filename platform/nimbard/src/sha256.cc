@@ -2,6 +2,8 @@
 #include "nimbard/sha256.h"
 
 #include <openssl/evp.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -31,6 +33,43 @@ std::string Sha256::HexDigest() {
     hex.push_back(kHex[digest[i] & 15]);
   }
   return hex;
+}
+
+namespace {
+
+constexpr char kDigestAttr[] = "user.orvel.sha256";
+
+// "<size> <mtime seconds>.<nanoseconds>": what the digest was taken of.
+bool Fingerprint(int fd, std::string* out, uint64_t* size) {
+  struct stat st;
+  if (::fstat(fd, &st) != 0) return false;
+  *out = std::to_string(st.st_size) + " " + std::to_string(st.st_mtim.tv_sec) + "." +
+         std::to_string(st.st_mtim.tv_nsec);
+  if (size) *size = static_cast<uint64_t>(st.st_size);
+  return true;
+}
+
+}  // namespace
+
+bool StoreDigest(int fd, const std::string& hex) {
+  std::string value;
+  if (!Fingerprint(fd, &value, nullptr)) return false;
+  value += " " + hex;
+  return ::fsetxattr(fd, kDigestAttr, value.data(), value.size(), 0) == 0;
+}
+
+bool LoadDigest(int fd, std::string* hex, uint64_t* size) {
+  char buf[160];
+  ssize_t n = ::fgetxattr(fd, kDigestAttr, buf, sizeof(buf));
+  std::string now;
+  if (n <= 0 || !Fingerprint(fd, &now, size)) return false;
+  std::string value(buf, static_cast<size_t>(n));
+  if (value.size() != now.size() + 65 || value.compare(0, now.size(), now) != 0 ||
+      value[now.size()] != ' ') {
+    return false;
+  }
+  *hex = value.substr(now.size() + 1);
+  return true;
 }
 
 int64_t HashFileDescriptor(int fd, std::string* hex) {

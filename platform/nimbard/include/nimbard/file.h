@@ -35,8 +35,9 @@ class SimpleFileReader {
  public:
   void setFile(const std::string& path) { path_ = path; }
   void setHashString(std::string& out) { hash_out_ = &out; }
-  // Reads the whole file in 1 MiB blocks, hashing it. Returns the number of
-  // bytes read, or -1 with errno set.
+  // Reads the whole file in 1 MiB blocks, hashing it, unless its writer
+  // recorded a digest that is still current (nimbard/sha256.h). Returns the
+  // file's size, or -1 with errno set.
   int64_t readFile();
 
  private:

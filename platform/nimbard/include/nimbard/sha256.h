@@ -24,6 +24,16 @@ class Sha256 {
   void* ctx_;  // EVP_MD_CTX
 };
 
+// A digest recorded on a file (extended attribute "user.orvel.sha256") by the
+// process that wrote it, together with the size and modification time it
+// had then. The web framework records one on every upload it receives, so
+// that the module does not read gigabytes again only to hash them; the
+// daemon never trusts it and hashes what it stores itself.
+// StoreDigest: true when recorded (file systems without user attributes
+// simply keep none). LoadDigest: true only when size and time still match.
+bool StoreDigest(int fd, const std::string& hex);
+bool LoadDigest(int fd, std::string* hex, uint64_t* size);
+
 // Reads fd from its current offset to the end, hashing it. Returns the number
 // of bytes read, or -1 with errno set. *hex receives the digest.
 int64_t HashFileDescriptor(int fd, std::string* hex);

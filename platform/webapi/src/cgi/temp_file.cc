@@ -35,8 +35,14 @@ TempFile::~TempFile() {
 
 orvel::Status TempFile::Append(const char* data, size_t len) {
   ORVEL_RETURN_IF_ERROR(io::WriteAll(fd_.get(), data, len, path_));
+  sha_.Update(data, len);
   size_ += len;
   return orvel::Status::OK();
+}
+
+void TempFile::Close() {
+  if (fd_.get() >= 0) orvel::StoreDigest(fd_.get(), sha_.HexDigest());
+  fd_.Reset();
 }
 
 orvel::Status TempFile::Chown(uid_t uid, gid_t gid) {

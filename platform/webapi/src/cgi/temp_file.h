@@ -9,6 +9,7 @@
 #include <string>
 
 #include "internal/io.h"
+#include "nimbard/sha256.h"
 #include "nimbard/status.h"
 
 namespace zemo::cgi {
@@ -27,18 +28,21 @@ class TempFile {
   int fd() const { return fd_.get(); }
   uint64_t size() const { return size_; }
 
+  // Appends data, hashing it on the way.
   orvel::Status Append(const char* data, size_t len);
   // Hands the file to another owner (the web account) so that a module
   // running with that identity can read it.
   orvel::Status Chown(uid_t uid, gid_t gid);
-  // Closes the descriptor, keeping the file (until destruction).
-  void Close() { fd_.Reset(); }
+  // Records the content's digest on the file and closes the descriptor,
+  // keeping the file (until destruction).
+  void Close();
 
  private:
   TempFile(std::string path, int fd) : path_(std::move(path)), fd_(fd) {}
   std::string path_;
   io::UniqueFd fd_;
   uint64_t size_ = 0;
+  orvel::Sha256 sha_;
 };
 
 }  // namespace zemo::cgi
