@@ -2,6 +2,7 @@
 // "star", "label", "list_starred", "list_labelled", "recent", and the marks
 // in "list" and "get" records; the failure rows of these methods.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include "nimbard/platform.h"
 #include "stack.h"
@@ -159,6 +160,134 @@ TEST_F(MarksTest, FailureRows) {
   p["labels"] = Json::Value(Json::arrayValue);
   p["labels"].append(bad);
   ExpectError(stack_->Call("alice", "label", p), 1002, "edit label on node failed");
+}
+
+TEST_F(MarksTest, CreateAppliesTheRequestsLabelsAndStar) {
+  Json::Value p;
+  p["path"] = "/mydrive/Docs/c.txt";
+  p["type"] = "file";
+  p["file_content"] = EncBase64Enc("gamma");
+  p["labels"].append("Inbox");
+  p["starred"] = true;
+  p["mute"] = true;
+  Json::Value r = stack_->Call("alice", "create", p);
+  ASSERT_TRUE(r["success"].asBool()) << r;
+  EXPECT_TRUE(r["data"]["starred"].asBool()) << r;
+  ASSERT_EQ(r["data"]["labels"].size(), 1u) << r;
+  EXPECT_EQ(r["data"]["labels"][0]["name"].asString(), "Inbox");
+  const std::string c = r["data"]["file_id"].asString();
+  const std::string inbox = r["data"]["labels"][0]["label_id"].asString();
+
+  // A folder names the existing label by id and by name (any case).
+  Json::Value f;
+  f["path"] = "/mydrive/Later";
+  f["type"] = "folder";
+  Json::Value by_id;
+  by_id["action"] = "add";
+  by_id["label_id"] = inbox;
+  f["labels"].append(by_id);
+  f["labels"].append("inbox");
+  ASSERT_TRUE(stack_->Call("alice", "create", f)["success"].asBool());
+
+  r = stack_->Call("alice", "list_starred");
+  ASSERT_TRUE(r["success"].asBool()) << r;
+  ASSERT_EQ(r["data"]["total"].asUInt(), 1u) << r;
+  EXPECT_EQ(r["data"]["items"][0]["file_id"].asString(), c);
+  Json::Value q;
+  q["label_id"] = inbox;
+  r = stack_->Call("alice", "list_labelled", q);
+  ASSERT_TRUE(r["success"].asBool()) << r;
+  ASSERT_EQ(r["data"]["total"].asUInt(), 2u) << r;
+  EXPECT_EQ(r["data"]["items"][0]["name"].asString(), "c.txt");
+  EXPECT_EQ(r["data"]["items"][1]["name"].asString(), "Later");
+  // Without marks in the request nothing is marked; marks are the caller's own.
+  Json::Value get;
+  get["path"] = "id:" + a_;
+  r = stack_->Call("alice", "get", get);
+  EXPECT_FALSE(r["data"]["starred"].asBool());
+  EXPECT_EQ(r["data"]["labels"].size(), 0u);
+  EXPECT_EQ(stack_->Call("bob", "list_starred")["data"]["total"].asUInt(), 0u);
+
+  // "skip" answers the existing item and leaves its marks alone.
+  Json::Value again;
+  again["path"] = "/mydrive/Docs/a.txt";
+  again["type"] = "file";
+  again["file_content"] = EncBase64Enc("other");
+  again["conflict_action"] = "skip";
+  again["starred"] = true;
+  ASSERT_TRUE(stack_->Call("alice", "create", again)["success"].asBool());
+  EXPECT_EQ(stack_->Call("alice", "list_starred")["data"]["total"].asUInt(), 1u);
+  // "overwrite" marks the item it replaces.
+  again["conflict_action"] = "overwrite";
+  ASSERT_TRUE(stack_->Call("alice", "create", again)["success"].asBool());
+  EXPECT_EQ(stack_->Call("alice", "list_starred")["data"]["total"].asUInt(), 2u);
+}
+
+TEST_F(MarksTest, CreateWithAnUnknownLabelStoresNothing) {
+  Json::Value bad;
+  bad["action"] = "remove";
+  bad["label_id"] = "no-such-label";
+  Json::Value p;
+  p["path"] = "/mydrive/Docs/d.txt";
+  p["type"] = "file";
+  p["file_content"] = EncBase64Enc("delta");
+  p["labels"].append(bad);
+  ExpectError(stack_->Call("alice", "create", p), 1002, "create file failed");
+  p["path"] = "/mydrive/Docs/Sub";
+  p["type"] = "folder";
+  ExpectError(stack_->Call("alice", "create", p), 1002, "create folder failed");
+
+  Json::Value list;
+  list["path"] = "/mydrive/Docs";
+  Json::Value r = stack_->Call("alice", "list", list);
+  ASSERT_TRUE(r["success"].asBool()) << r;
+  EXPECT_EQ(r["data"]["total"].asUInt(), 2u) << r;
+  struct stat st;
+  EXPECT_NE(lstat((stack_->HomeDir("alice") + "/Docs/d.txt").c_str(), &st), 0);
+  EXPECT_NE(lstat((stack_->HomeDir("alice") + "/Docs/Sub").c_str(), &st), 0);
+}
+
+TEST_F(MarksTest, OrvelctlRecoloursAndRenamesLabels) {
+  Json::Value p;
+  p["files"] = Files({a_});
+  p["labels"] = Json::Value(Json::arrayValue);
+  p["labels"].append("Urgent");
+  p["labels"].append("Later");
+  ASSERT_TRUE(stack_->Call("alice", "label", p)["success"].asBool());
+  Json::Value get;
+  get["path"] = "id:" + a_;
+  auto labels_of_a = [&] { return stack_->Call("alice", "get", get)["data"]["labels"]; };
+  std::string urgent_id;
+  for (const auto& l : labels_of_a())
+    if (l["name"].asString() == "Urgent") urgent_id = l["label_id"].asString();
+  ASSERT_FALSE(urgent_id.empty());
+
+  std::string out;
+  ASSERT_EQ(stack_->Orvelctl({"label", "set-color", "alice", "urgent", "#FF8800"}, &out), 0) << out;
+  EXPECT_EQ(out, "label urgent coloured #FF8800\n");
+  ASSERT_EQ(stack_->Orvelctl({"label", "rename", "alice", urgent_id, "Critical"}, &out), 0) << out;
+  Json::Value labels = labels_of_a();
+  ASSERT_EQ(labels.size(), 2u) << labels;
+  EXPECT_EQ(labels[0]["name"].asString(), "Critical");
+  EXPECT_EQ(labels[0]["color"].asString(), "#ff8800");
+  ASSERT_EQ(stack_->Orvelctl({"label", "list", "alice"}, &out), 0) << out;
+  EXPECT_EQ(out, urgent_id + "\t#ff8800\tCritical\n" + labels[1]["label_id"].asString() + "\t#9e9e9e\tLater\n");
+
+  // Refusals leave the label as it was.
+  EXPECT_EQ(stack_->Orvelctl({"label", "set-color", "alice", "Critical", "orange"}, &out), 1);
+  EXPECT_EQ(out, "orvelctl: admin_label_set_color failed: invalid label colour (want #rrggbb): \"orange\" (-1110)\n");
+  EXPECT_EQ(stack_->Orvelctl({"label", "set-color", "alice", "Critical", "#ff88001"}, &out), 1);
+  EXPECT_NE(out.find("(-1110)"), std::string::npos) << out;
+  EXPECT_EQ(stack_->Orvelctl({"label", "rename", "alice", "Critical", "LATER"}, &out), 1);
+  EXPECT_EQ(out, "orvelctl: admin_label_rename failed: label name already exists: LATER (-1109)\n");
+  EXPECT_EQ(stack_->Orvelctl({"label", "rename", "alice", "Critical", std::string(65, 'x')}, &out), 1);
+  EXPECT_EQ(out, "orvelctl: admin_label_rename failed: label name is over 64 bytes (-1101)\n");
+  EXPECT_EQ(stack_->Orvelctl({"label", "rename", "bob", "Critical", "Mine"}, &out), 1);
+  EXPECT_EQ(out, "orvelctl: admin_label_rename failed: label not found: Critical (-507)\n");
+  EXPECT_EQ(stack_->Orvelctl({"label", "rename", "alice", "Critical"}, &out), 2);
+  labels = labels_of_a();
+  EXPECT_EQ(labels[0]["name"].asString(), "Critical");
+  EXPECT_EQ(labels[0]["color"].asString(), "#ff8800");
 }
 
 TEST_F(MarksTest, RecentListsOpenedAndChangedFilesNewestFirst) {

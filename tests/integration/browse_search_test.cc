@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "nimbard/platform.h"
+#include "pdf_maker.h"
 #include "stack.h"
 
 namespace orvel::test {
@@ -123,6 +124,34 @@ TEST_F(SearchTest, IndexFollowsUpdatesAndLabels) {
   Json::Value by_label;
   by_label["labels"].append(label_id);
   EXPECT_EQ(Names(Search(by_label)), std::vector<std::string>{"groceries.md"});
+}
+
+TEST_F(SearchTest, FindsAWordInsideAPdfAndFollowsItsContent) {
+  const std::string id = Make("/mydrive/notes/report.pdf", MakePdf({"Cover page", "The marmalade forecast for June"}));
+  Json::Value q;
+  q["keyword"] = "marmalade";
+  q["content_snippet"] = true;
+  Json::Value r = Search(q);
+  ASSERT_TRUE(r["success"].asBool()) << r;
+  ASSERT_EQ(r["data"]["total"].asUInt(), 1u) << r;
+  EXPECT_EQ(r["data"]["items"][0]["path"].asString(), "/mydrive/notes/report.pdf");
+  EXPECT_NE(r["data"]["items"][0]["content_snippet"].asString().find("<b>marmalade</b> forecast"), std::string::npos)
+      << r["data"]["items"][0];
+  q["file_type"] = "pdf";
+  EXPECT_EQ(Names(Search(q)), std::vector<std::string>{"report.pdf"});
+  q.removeMember("file_type");
+
+  // New content replaces the indexed text.
+  Json::Value upd;
+  upd["path"] = "id:" + id;
+  upd["file_content"] = EncBase64Enc(MakePdf({"Only apricots now"}));
+  ASSERT_TRUE(stack_->Call("alice", "update", upd)["success"].asBool());
+  EXPECT_EQ(Search(q)["data"]["total"].asUInt(), 0u);
+  q["keyword"] = "apricots";
+  EXPECT_EQ(Names(Search(q)), std::vector<std::string>{"report.pdf"});
+  // Bytes that only claim to be a PDF are indexed by name alone.
+  Make("/mydrive/broken.pdf", "%PDF-1.4 apricots");
+  EXPECT_EQ(Names(Search(q)), std::vector<std::string>{"report.pdf"});
 }
 
 TEST_F(SearchTest, FailureRowsReportSearchingFileFailure) {

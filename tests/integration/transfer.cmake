@@ -1,6 +1,6 @@
 # Transfer and organising: the daemon's tasks through the client library,
 # and the module's transfer methods through entry.cgi.
-orvel_add_test(transfer_tasks_test integration/transfer_tasks_test.cc)
+orvel_add_test(transfer_tasks_test integration/transfer_tasks_test.cc integration/transfer_shared_test.cc)
 target_link_libraries(transfer_tasks_test PRIVATE nimbard PkgConfig::SODIUM PkgConfig::SQLITE3)
 target_compile_definitions(transfer_tasks_test PRIVATE
   ORVEL_SYNCD_PATH="$<TARGET_FILE:orvel-syncd>"

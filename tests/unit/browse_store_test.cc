@@ -7,9 +7,15 @@
 
 #include <fstream>
 
+#include <sqlite3.h>
+
 #include "access.h"
 #include "db/browse_store.h"
+#include "db/schema.h"
 #include "db/store.h"
+#include "ops_browse.h"
+#include "pdf_maker.h"
+#include "pdf_text.h"
 #include "search_index.h"
 #include "thumbnail.h"
 #include "tree.h"
@@ -57,10 +63,85 @@ class BrowseStoreTest : public ::testing::Test {
     EXPECT_GE(total, out.size());
     return out;
   }
+  // Every mark, share, link, recent entry and access request of file_id,
+  // for two users.
+  void MarkEverything(const std::string& id) {
+    for (const char* user : {"alice", "bob"}) {
+      ASSERT_TRUE(b_->SetStar(user, id, true).ok());
+      ASSERT_TRUE(b_->SetMute(user, id, true).ok());
+      ASSERT_TRUE(b_->SetItemLabel(user, "l-" + std::string(user), id, true).ok());
+      ASSERT_TRUE(b_->TouchRecent(user, id, 1).ok());
+    }
+    ASSERT_TRUE(b_->AddShare(Share{0, id, "alice", "user", "bob", "viewer"}).ok());
+    ASSERT_TRUE(b_->CreateLink(SharingLink{"tok-" + id, id, "alice", "viewer", 1, 0}).ok());
+    ASSERT_TRUE(b_->AddAccessRequest(AccessRequest{id, "carol", "alice", 1}).ok());
+  }
+  // Rows of file_id in each table that names items, through a second connection.
+  static int RowsOf(const std::string& db_path, const std::string& id) {
+    sqlite3* db = nullptr;
+    EXPECT_EQ(sqlite3_open(db_path.c_str(), &db), SQLITE_OK);
+    int total = 0;
+    for (const char* table : {"stars", "mutes", "item_labels", "shares", "links", "recent", "access_requests"}) {
+      sqlite3_stmt* st = nullptr;
+      std::string sql = std::string("SELECT COUNT(*) FROM ") + table + " WHERE file_id = ?1";
+      EXPECT_EQ(sqlite3_prepare_v2(db, sql.c_str(), -1, &st, nullptr), SQLITE_OK) << table;
+      sqlite3_bind_text(st, 1, id.c_str(), -1, SQLITE_TRANSIENT);
+      if (sqlite3_step(st) == SQLITE_ROW) total += sqlite3_column_int(st, 0);
+      sqlite3_finalize(st);
+    }
+    sqlite3_close(db);
+    return total;
+  }
   std::string dir_;
   std::unique_ptr<Store> store_;
   BrowseStore* b_ = nullptr;
 };
+
+TEST_F(BrowseStoreTest, PurgedRowsTakeTheirMarksSharesAndRecentEntries) {
+  Add("docs", "sub", 1, "sub");
+  Add("sub", "c.txt", 0, "c");
+  for (const char* id : {"sub", "c", "a"}) MarkEverything(id);
+  const std::string db = dir_ + "/sync.db";
+  ASSERT_EQ(RowsOf(db, "c"), 11);  // 4 per user, a share, a link, a request
+
+  // A rolled-back purge keeps everything.
+  {
+    Transaction tx(store_.get(), true);
+    ASSERT_TRUE(tx.status().ok());
+    ASSERT_TRUE(store_->Purge("sub").ok());
+  }
+  EXPECT_EQ(RowsOf(db, "sub"), 11);
+  Transaction tx(store_.get(), true);
+  ASSERT_TRUE(tx.status().ok());
+  ASSERT_TRUE(store_->Purge("sub").ok());
+  ASSERT_TRUE(tx.Commit().ok());
+  EXPECT_EQ(RowsOf(db, "sub"), 0);
+  EXPECT_EQ(RowsOf(db, "c"), 0);
+  EXPECT_EQ(RowsOf(db, "a"), 11);  // a sibling keeps its own
+  // Removal to the recycle bin or vanishing is not a purge.
+  ASSERT_TRUE(store_->MarkVanished("a").ok());
+  EXPECT_EQ(RowsOf(db, "a"), 11);
+}
+
+TEST_F(BrowseStoreTest, MigrationDropsRowsOfItemsPurgedBefore) {
+  store_.reset();
+  const std::string old_db = dir_ + "/old.db";
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open(old_db.c_str(), &db), SQLITE_OK);
+  ASSERT_TRUE(MigrateSqlite(db, 20).ok());
+  ASSERT_EQ(sqlite3_exec(db,
+                         "INSERT INTO nodes (file_id, parent_id, owner, name, type) VALUES"
+                         " ('r', '', 'alice', 'alice', 1), ('kept', 'r', 'alice', 'k.txt', 0);"
+                         " INSERT INTO stars VALUES ('alice', 'kept', 1), ('alice', 'gone', 1);"
+                         " INSERT INTO shares (file_id, owner, kind, name, role, created) VALUES"
+                         " ('gone', 'alice', 'user', 'bob', 'viewer', 1);",
+                         nullptr, nullptr, nullptr),
+            SQLITE_OK);
+  sqlite3_close(db);
+  ASSERT_TRUE(OpenSqliteStore(old_db, &store_).ok());
+  EXPECT_EQ(RowsOf(old_db, "gone"), 0);
+  EXPECT_EQ(RowsOf(old_db, "kept"), 2);  // its star and the recent entry of its insert
+}
 
 TEST_F(BrowseStoreTest, StarsAreSortedPagedAndPerUser) {
   ASSERT_TRUE(b_->SetStar("alice", "b", true).ok());
@@ -98,6 +179,43 @@ TEST_F(BrowseStoreTest, LabelsAreUniquePerUserIgnoringCase) {
   q.user = "alice";
   q.label_id = "l1";
   EXPECT_EQ(Marked(q), std::vector<std::string>{"a.txt"});
+}
+
+TEST_F(BrowseStoreTest, LabelsAreRenamedAndRecolouredInPlace) {
+  ASSERT_TRUE(b_->CreateLabel(Label{"l1", "alice", "Work", "#ff0000"}).ok());
+  ASSERT_TRUE(b_->CreateLabel(Label{"l2", "alice", "Home", "#00ff00"}).ok());
+  ASSERT_TRUE(b_->CreateLabel(Label{"l3", "bob", "Play", "#0000ff"}).ok());
+  ASSERT_TRUE(b_->SetItemLabel("alice", "l1", "a", true).ok());
+
+  Status st = b_->UpdateLabel(Label{"l1", "alice", "Office", "#123abc"});
+  ASSERT_TRUE(st.ok()) << st.ToString();
+  Label l;
+  ASSERT_TRUE(b_->GetLabel("alice", "l1", &l).ok());
+  EXPECT_EQ(l.name, "Office");
+  EXPECT_EQ(l.color, "#123abc");
+  ItemMarks marks;
+  ASSERT_TRUE(b_->MarksAmong("alice", {"a"}, &marks).ok());
+  EXPECT_EQ(marks.labels.find("a")->second.name, "Office");  // items keep the label
+
+  // Its own name in another case is no clash; another label's name is.
+  EXPECT_TRUE(b_->UpdateLabel(Label{"l1", "alice", "OFFICE", "#123abc"}).ok());
+  st = b_->UpdateLabel(Label{"l1", "alice", "home", "#123abc"});
+  EXPECT_EQ(st.code(), kErrLabelExists);
+  EXPECT_EQ(st.message(), "label name already exists: home");
+  EXPECT_TRUE(b_->UpdateLabel(Label{"l1", "alice", "Play", "#123abc"}).ok());  // bob's name: no clash
+  // Another user's label id is not found.
+  st = b_->UpdateLabel(Label{"l3", "alice", "Mine", "#123abc"});
+  EXPECT_EQ(st.code(), kErrLabelNotFound);
+  EXPECT_EQ(st.message(), "label not found: l3");
+}
+
+TEST(BrowseHelpersTest, LabelColoursAreHashAndSixHexDigits) {
+  for (const char* ok : {"#000000", "#9e9e9e", "#ABCDEF", "#aBc123"}) EXPECT_TRUE(CheckLabelColour(ok).ok()) << ok;
+  for (const char* bad : {"", "red", "#fff", "#1234567", "123456#", "#12345g", "#12 456", "##12345"}) {
+    Status st = CheckLabelColour(bad);
+    EXPECT_EQ(st.code(), kErrLabelColour) << bad;
+    EXPECT_EQ(st.message(), std::string("invalid label colour (want #rrggbb): \"") + bad + "\"");
+  }
 }
 
 TEST_F(BrowseStoreTest, SharesLinksAndRequests) {
@@ -192,6 +310,45 @@ TEST(BrowseHelpersTest, IndexedTextIsValidUtf8) {
   EXPECT_EQ(ReadIndexableText(tmpl, 2), "ok");
   unlink(tmpl);
   EXPECT_EQ(ReadIndexableText("/nonexistent/file", 10), "");
+}
+
+TEST(BrowseHelpersTest, PdfTextIsExtractedPageByPage) {
+  char tmpl[] = "/tmp/browse-pdf-XXXXXX";
+  ASSERT_NE(mkdtemp(tmpl), nullptr);
+  const std::string dir = tmpl;
+  auto write = [&](const std::string& name, const std::string& bytes) {
+    std::ofstream(dir + "/" + name, std::ios::binary) << bytes;
+    return dir + "/" + name;
+  };
+  const std::string pdf = write("two.pdf", orvel::test::MakePdf({"Quarterly (draft) figures", "second page"}));
+  const std::string text = ReadPdfText(pdf, 1 << 20);
+  EXPECT_NE(text.find("Quarterly (draft) figures"), std::string::npos) << text;
+  EXPECT_NE(text.find("second page"), std::string::npos) << text;
+  EXPECT_LT(text.find("Quarterly"), text.find("second")) << text;
+  for (unsigned char c : text) EXPECT_TRUE(c >= 0x20 || c == '\n' || c == '\t') << static_cast<int>(c);
+  // The limit cuts the text.
+  EXPECT_EQ(ReadPdfText(pdf, 9), "Quarterly");
+
+  // Not a PDF, a missing file, a symbolic link: no text, no failure.
+  EXPECT_EQ(ReadPdfText(write("fake.pdf", "%PDF-1.4 garbage"), 1 << 20), "");
+  EXPECT_EQ(ReadPdfText(dir + "/missing.pdf", 1 << 20), "");
+  ASSERT_EQ(symlink(pdf.c_str(), (dir + "/link.pdf").c_str()), 0);
+  EXPECT_EQ(ReadPdfText(dir + "/link.pdf", 1 << 20), "");
+
+  // Which files are indexed: PDFs by extension or content type.
+  Node n;
+  n.type = 0;
+  n.size = 10;
+  n.ext = "pdf";
+  EXPECT_TRUE(HasIndexableText(n));
+  n.ext = "bin";
+  EXPECT_FALSE(HasIndexableText(n));
+  n.content_type = "application/pdf";
+  EXPECT_TRUE(HasIndexableText(n));
+  EXPECT_NE(ExtractIndexableText(n, pdf).find("second page"), std::string::npos);
+  n.encrypted = true;
+  EXPECT_FALSE(HasIndexableText(n));
+  RemoveTree(dir);
 }
 
 TEST(BrowseHelpersTest, ThumbnailSpecs) {

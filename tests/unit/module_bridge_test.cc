@@ -6,6 +6,7 @@
 
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "bridge/webapi-bridge.h"
 #include "module_test_util.h"
@@ -152,6 +153,27 @@ TEST_F(BridgeTest, JsonSuccessErrorAndHeadersGoThroughTheFramework) {
   EXPECT_EQ(failed.GetErrorCode(), 1002);
   EXPECT_EQ(failed.GetErrorDetails()["message"].asString(), "get file infomation failed");
   EXPECT_EQ(failed.GetErrorDetails()["line"].asInt(), 77);
+}
+
+TEST_F(BridgeTest, MovedAnswerReachesTheFrameworkWhole) {
+  auto bridge = MakeBridge();
+  const Json::Value data = ParseJson(R"({"items": [{"name": "a"}, {"name": "b"}], "total": 2})");
+  BridgeResponse kept;
+  kept.SetJsonResponse(data);
+  bridge->SetResponse(kept);
+  EXPECT_EQ(response_.GetData(), data);
+  EXPECT_EQ(kept.GetJsonObject(), data);  // a const response is copied, not emptied
+
+  ZEMO::APIResponse moved_to;
+  WebAPIBridge other(&request_, &moved_to);
+  BridgeResponse moved;
+  moved.SetHeader("X-Test", "2");
+  moved.SetJsonResponse(data);
+  other.SetResponse(std::move(moved));
+  EXPECT_TRUE(moved_to.HasData());
+  EXPECT_EQ(moved_to.GetData(), data);
+  ASSERT_EQ(moved_to.GetHeaders().size(), 1u);
+  EXPECT_EQ(moved_to.GetHeaders()[0].second, "2");
 }
 
 TEST_F(BridgeTest, DownloadErrorIsHeadersOnly) {

@@ -30,6 +30,9 @@ int Usage(const std::string& error) {
           "  orvelctl backup add <user> <name> <folder path>\n"
           "  orvelctl backup remove <user> <task id>\n"
           "  orvelctl access-requests <owner>\n"
+          "  orvelctl label list <user>\n"
+          "  orvelctl label set-color <user> <label name or id> <#rrggbb>\n"
+          "  orvelctl label rename <user> <label name or id> <new name>\n"
           "  orvelctl task list [owner] | task show <id> | task cancel <id>\n"
           "Paths are resolved under ZEMO_ROOT. Without --password, \"user add\" reads the\n"
           "password from standard input (prompting on a terminal).\n");
@@ -57,5 +60,6 @@ int main(int argc, char** argv) {
   if (group == "backup") return BackupCommand(rest);
   if (group == "access-requests") return AccessRequestsCommand(rest);
   if (group == "task") return TaskCommand(rest);
+  if (group == "label") return LabelCommand(rest);
   return Usage("unknown command '" + group + "'");
 }

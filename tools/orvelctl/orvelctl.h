@@ -20,6 +20,7 @@ int LinkCommand(const Args& args);     // link create|remove
 int BackupCommand(const Args& args);   // backup add|remove
 int AccessRequestsCommand(const Args& args);  // access-requests <owner>
 int TaskCommand(const Args& args);     // task list|show|cancel
+int LabelCommand(const Args& args);    // label list|set-color|rename
 
 // Prints "orvelctl: <text>" to stderr and returns 1.
 int Fail(const std::string& text);

@@ -1,6 +1,6 @@
-// orvelctl share/unshare/link/backup/access-requests: sharing with users and
-// groups, sharing links, backup tasks and access requests, through the
-// daemon's admin ops (docs/browse.md). Single-threaded.
+// orvelctl share/unshare/link/backup/access-requests/label: sharing with
+// users and groups, sharing links, backup tasks, access requests and a user's
+// labels, through the daemon's admin ops (docs/browse.md). Single-threaded.
 #include <cstdio>
 #include <ctime>
 #include <string>
@@ -104,7 +104,33 @@ int Backup(const Args& args) {
   return Usage("backup takes 'add <user> <name> <path>' or 'remove <user> <task_id>'");
 }
 
+// label list <user> | set-color <user> <label> <#rrggbb> | rename <user> <label> <name>
+int Label(const Args& args) {
+  PObject a = PObject::MakeMap();
+  if (args.size() == 2 && args[0] == "list") {
+    a["user"] = args[1];
+    PObject r;
+    if (Call("admin_label_list", a, &r) != 0) return 1;
+    for (const PObject& l : r["labels"].asArray())
+      printf("%s\t%s\t%s\n", l["label_id"].asString().c_str(), l["color"].asString().c_str(),
+             l["name"].asString().c_str());
+    return 0;
+  }
+  if (args.size() == 4 && (args[0] == "set-color" || args[0] == "rename")) {
+    const bool colour = args[0] == "set-color";
+    a["user"] = args[1];
+    a["label"] = args[2];
+    a[colour ? "color" : "name"] = args[3];
+    if (Call(colour ? "admin_label_set_color" : "admin_label_rename", a, nullptr) != 0) return 1;
+    printf("label %s %s %s\n", args[2].c_str(), colour ? "coloured" : "renamed to", args[3].c_str());
+    return 0;
+  }
+  return Usage("label takes 'list <user>', 'set-color <user> <label> <#rrggbb>' or 'rename <user> <label> <name>'");
+}
+
 }  // namespace
+
+int LabelCommand(const Args& args) { return Label(args); }
 
 int ShareCommand(const Args& args) { return Share(args, true); }
 int UnshareCommand(const Args& args) { return Share(args, false); }

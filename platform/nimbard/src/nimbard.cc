@@ -10,6 +10,7 @@
 #include <cstring>
 #include <strings.h>
 
+#include "connection_cache.h"
 #include "nimbard/status.h"
 #include "nimbard/wire.h"
 #include "nimbard/zemo_root.h"
@@ -58,8 +59,10 @@ uint32_t U32(const PObject& v) { return static_cast<uint32_t>(v.asUInt64()); }
 
 Nimbard::Nimbard() = default;
 
+// A connection still open here sits between two answers: it goes back to the
+// process's cache for the next client.
 Nimbard::~Nimbard() {
-  if (fd_ >= 0) ::close(fd_);
+  if (fd_ >= 0) orvel::client::ReturnConnection(conn_key_, fd_);
 }
 
 void Nimbard::SetSSL(bool, bool, const std::string&, const std::string&) {}
@@ -91,6 +94,9 @@ int Nimbard::Connect() {
     return Fail(orvel::kErrInvalidArgument, "socket path too long: " + path);
   }
   std::memcpy(addr.sun_path, path.c_str(), path.size() + 1);
+  conn_key_ = orvel::client::ConnectionKey(path, timeout_);
+  fd_ = orvel::client::TakeConnection(conn_key_);
+  if (fd_ >= 0) return 0;
   int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (fd < 0) return Fail(orvel::kErrBusy, std::string("socket: ") + std::strerror(errno));
   timeval tv{};

@@ -220,7 +220,11 @@ Status ResolveAccess(RequestContext& ctx, const std::string& wire_path, Access* 
                                                        : ctx.store->GetByLink(ref.key, &n));
   std::vector<Node> chain;
   ORVEL_RETURN_IF_ERROR(Chain(ctx.store.get(), n, &chain));
-  return Evaluate(ctx, chain, out);
+  ORVEL_RETURN_IF_ERROR(Evaluate(ctx, chain, out));
+  // Said only to a caller who may see the item.
+  if (n.vanished) return Status(kErrNotFound, "item not found: id:" + n.file_id);
+  if (n.removed) return Status(kErrInRecycleBin, "item is in the recycle bin: id:" + n.file_id);
+  return Status::OK();
 }
 
 Access ChildAccess(const Layout&, const Access& folder, const Node& child) {

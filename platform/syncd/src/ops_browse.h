@@ -17,6 +17,16 @@ namespace orvel::syncd {
 // pick marked items.
 Status ParseListFilter(const PObject& filter, ListQuery* q, std::string* label_id, bool* starred);
 
+// The caller's marks that an upload or update carries ("starred": star
+// actions or one boolean, "labels": label actions, "mute": boolean).
+// HasItemMarks: whether any is present. CheckItemMarks: kErrInvalidArgument
+// when one has the wrong kind. ApplyItemMarks applies them, in order, to one
+// item inside the caller's open write transaction; kErrPermission for a link
+// visitor, or the first action's error (kErrLabelNotFound, ...).
+bool HasItemMarks(const PObject& args);
+Status CheckItemMarks(const PObject& args);
+Status ApplyItemMarks(RequestContext& ctx, const std::string& file_id, const PObject& args);
+
 Status OpEditStar(RequestContext& ctx, const PObject& args, PObject* result);
 Status OpEditLabel(RequestContext& ctx, const PObject& args, PObject* result);
 Status OpListStarred(RequestContext& ctx, const PObject& args, PObject* result);
@@ -35,6 +45,13 @@ Status OpAdminLinkRemove(RequestContext& ctx, const PObject& args, PObject* resu
 Status OpAdminBackupAdd(RequestContext& ctx, const PObject& args, PObject* result);
 Status OpAdminBackupRemove(RequestContext& ctx, const PObject& args, PObject* result);
 Status OpAdminAccessRequests(RequestContext& ctx, const PObject& args, PObject* result);
+
+// Label administration (ops_labels.cc). CheckLabelColour: OK for "#rrggbb"
+// (hex digits, any case), else kErrLabelColour.
+Status CheckLabelColour(const std::string& colour);
+Status OpAdminLabelList(RequestContext& ctx, const PObject& args, PObject* result);
+Status OpAdminLabelSetColour(RequestContext& ctx, const PObject& args, PObject* result);
+Status OpAdminLabelRename(RequestContext& ctx, const PObject& args, PObject* result);
 
 Status OpSearch(RequestContext& ctx, const PObject& args, PObject* result);
 Status OpGetThumbnail(RequestContext& ctx, const PObject& args, PObject* result);

@@ -24,7 +24,7 @@ Status ReadSelection(RequestContext& ctx, const PObject& args, std::vector<Resol
   std::vector<std::string> files;
   ORVEL_RETURN_IF_ERROR(ArgStringList(args, "files", &files));
   if (files.empty()) return Status(kErrInvalidArgument, "no items given");
-  return ResolveAll(*ctx.d, ctx.store.get(), ctx.caller, files, items);
+  return ResolveAllForTransfer(ctx, files, TransferUse::kRead, items);
 }
 
 // Links (or, across file systems, copies) the file src to dst.

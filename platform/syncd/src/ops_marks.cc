@@ -78,6 +78,27 @@ Status FindOrCreateLabel(BrowseStore* b, const std::string& user, const PObject&
   return b->CreateLabel(*out);
 }
 
+Status ApplyStarAction(RequestContext& ctx, const std::string& file_id, const PObject& act) {
+  if (!act.isMap() || !act["starred"].isBool())
+    return Status(kErrInvalidArgument, "a star action needs \"starred\" true or false");
+  std::string user;
+  ORVEL_RETURN_IF_ERROR(MemberUser(ctx, act["member"], &user));
+  return ctx.store->browse()->SetStar(user, file_id, act["starred"].asBool());
+}
+
+Status ApplyLabelAction(RequestContext& ctx, const std::string& file_id, const PObject& act) {
+  if (!act.isMap()) return Status(kErrInvalidArgument, "a label action must be a map");
+  std::string verb = act["action"].asString(), user;
+  if (verb.empty()) verb = "add";
+  if (verb != "add" && verb != "remove")
+    return Status(kErrInvalidArgument, "unknown label action: \"" + verb + "\"");
+  ORVEL_RETURN_IF_ERROR(MemberUser(ctx, act["member"], &user));
+  BrowseStore* b = ctx.store->browse();
+  Label label;
+  ORVEL_RETURN_IF_ERROR(FindOrCreateLabel(b, user, act, verb == "add", &label));
+  return b->SetItemLabel(user, label.label_id, file_id, verb == "add");
+}
+
 // Reads the shared paging of the mark listings.
 Status MarkQueryFrom(const PObject& args, MarkQuery* m, std::string* label_id) {
   ListQuery q;
@@ -128,15 +149,10 @@ Status ListByMark(RequestContext& ctx, MarkQuery& m, PObject* result) {
 Status OpEditStar(RequestContext& ctx, const PObject& args, PObject*) {
   std::vector<Access> items;
   ORVEL_RETURN_IF_ERROR(ResolveFiles(ctx, args, &items));
-  BrowseStore* b = ctx.store->browse();
   Transaction tx(ctx.store.get(), true);
   ORVEL_RETURN_IF_ERROR(tx.status());
   ORVEL_RETURN_IF_ERROR(ForEachPair(items, args["actions"], [&](const Access& a, const PObject& act) {
-    if (!act.isMap() || !act["starred"].isBool())
-      return Status(kErrInvalidArgument, "a star action needs \"starred\" true or false");
-    std::string user;
-    ORVEL_RETURN_IF_ERROR(MemberUser(ctx, act["member"], &user));
-    return b->SetStar(user, a.node.file_id, act["starred"].asBool());
+    return ApplyStarAction(ctx, a.node.file_id, act);
   }));
   return tx.Commit();
 }
@@ -144,21 +160,45 @@ Status OpEditStar(RequestContext& ctx, const PObject& args, PObject*) {
 Status OpEditLabel(RequestContext& ctx, const PObject& args, PObject*) {
   std::vector<Access> items;
   ORVEL_RETURN_IF_ERROR(ResolveFiles(ctx, args, &items));
-  BrowseStore* b = ctx.store->browse();
   Transaction tx(ctx.store.get(), true);
   ORVEL_RETURN_IF_ERROR(tx.status());
   ORVEL_RETURN_IF_ERROR(ForEachPair(items, args["actions"], [&](const Access& a, const PObject& act) {
-    if (!act.isMap()) return Status(kErrInvalidArgument, "a label action must be a map");
-    std::string verb = act["action"].asString(), user;
-    if (verb.empty()) verb = "add";
-    if (verb != "add" && verb != "remove")
-      return Status(kErrInvalidArgument, "unknown label action: \"" + verb + "\"");
-    ORVEL_RETURN_IF_ERROR(MemberUser(ctx, act["member"], &user));
-    Label label;
-    ORVEL_RETURN_IF_ERROR(FindOrCreateLabel(b, user, act, verb == "add", &label));
-    return b->SetItemLabel(user, label.label_id, a.node.file_id, verb == "add");
+    return ApplyLabelAction(ctx, a.node.file_id, act);
   }));
   return tx.Commit();
+}
+
+bool HasItemMarks(const PObject& args) {
+  return !args["labels"].isNull() || !args["starred"].isNull() || !args["mute"].isNull();
+}
+
+Status CheckItemMarks(const PObject& args) {
+  if (!args["labels"].isNull() && !args["labels"].isArray())
+    return Status(kErrInvalidArgument, "argument \"labels\" must be an array");
+  const PObject& starred = args["starred"];
+  if (!starred.isNull() && !starred.isArray() && !starred.isBool())
+    return Status(kErrInvalidArgument, "argument \"starred\" must be an array or a boolean");
+  bool mute = false;
+  return ArgBool(args, "mute", &mute);
+}
+
+Status ApplyItemMarks(RequestContext& ctx, const std::string& file_id, const PObject& args) {
+  ORVEL_RETURN_IF_ERROR(CheckItemMarks(args));
+  if (!HasItemMarks(args)) return Status::OK();
+  if (IsVisitor(ctx)) return Status(kErrPermission, "permission denied: link visitors have no marks");
+  const PObject& starred = args["starred"];
+  if (starred.isBool()) {
+    PObject act = PObject::MakeMap();
+    act["starred"] = starred.asBool();
+    ORVEL_RETURN_IF_ERROR(ApplyStarAction(ctx, file_id, act));
+  } else if (starred.isArray()) {
+    for (const PObject& act : starred.asArray()) ORVEL_RETURN_IF_ERROR(ApplyStarAction(ctx, file_id, act));
+  }
+  if (args["labels"].isArray())
+    for (const PObject& act : args["labels"].asArray()) ORVEL_RETURN_IF_ERROR(ApplyLabelAction(ctx, file_id, act));
+  if (args["mute"].isBool())
+    return ctx.store->browse()->SetMute(ctx.caller.user.name, file_id, args["mute"].asBool());
+  return Status::OK();
 }
 
 Status OpListStarred(RequestContext& ctx, const PObject& args, PObject* result) {

@@ -64,12 +64,14 @@ Status ReadItemRequest(RequestContext& ctx, const PObject& args, bool move, Item
       if (files.size() != 1) return Status(kErrInvalidArgument, "change_name needs exactly one item");
     }
   }
-  Store* store = ctx.store.get();
-  ORVEL_RETURN_IF_ERROR(ResolveAll(*ctx.d, store, ctx.caller, files, &r->sources));
-  ORVEL_RETURN_IF_ERROR(ResolveFolder(*ctx.d, store, ctx.caller, dest, &r->dest));
+  const TransferUse use = move ? TransferUse::kTakeOut : TransferUse::kRead;
+  ORVEL_RETURN_IF_ERROR(ResolveAllForTransfer(ctx, files, use, &r->sources));
+  ORVEL_RETURN_IF_ERROR(ResolveForTransfer(ctx, dest, TransferUse::kWriteInto, &r->dest));
   for (const Resolved& s : r->sources) {
     if (s.components.empty())
       return Status(kErrInvalidArgument, std::string("cannot ") + (move ? "move" : "copy") + " /mydrive itself");
+    if (move && s.node.owner != r->dest.node.owner)
+      return Status(kErrPermission, "permission denied: " + s.ViewPath() + " cannot move to another user's space; copy it");
     if (s.node.is_dir() && IsSameOrBelow(r->dest, s))
       return Status(kErrIntoItself, std::string("cannot ") + (move ? "move" : "copy") +
                                         " a folder into itself: " + s.ViewPath());
@@ -102,7 +104,7 @@ Status DryRun(RequestContext& ctx, const PObject& args, bool move, PObject* resu
     ORVEL_RETURN_IF_ERROR(st);
     PObject c = PObject::MakeMap();
     c["source"] = s.ViewPath();
-    c["target"] = MyDrivePath(r.dest.components) + "/" + name;
+    c["target"] = r.dest.ViewPath() + "/" + name;
     c["is_dir"] = existing.is_dir();
     c["policy"] = r.policy.For(s.node.is_dir());
     conflicts.push_back(c);
@@ -140,6 +142,15 @@ Status CheckServerPath(RequestContext& ctx, const std::string& path, std::string
   return Status(kErrServerPathRefused, "server path not allowed: " + path);
 }
 
+// Only the owner empties an item from the recycle bin.
+Status CheckOwnRemoved(RequestContext& ctx, const std::string& id) {
+  Node n;
+  ORVEL_RETURN_IF_ERROR(ctx.store->GetById(id, &n));
+  if (n.owner != ctx.caller.user.name)
+    return Status(kErrPermission, "permission denied: only the owner can delete id:" + id + " for good");
+  return Status::OK();
+}
+
 }  // namespace
 
 Status OpCopyDryRun(RequestContext& ctx, const PObject& args, PObject* result) {
@@ -169,11 +180,12 @@ Status OpDelete(RequestContext& ctx, const PObject& args, PObject* result) {
   ORVEL_RETURN_IF_ERROR(ArgBool(args, "permanent", &permanent));
   PObject ids = PObject::MakeArray();
   for (const std::string& f : files) {
-    ItemRef ref;
-    ORVEL_RETURN_IF_ERROR(ParseItemRef(f, &ref));
     Resolved r;
-    Status st = ResolveRef(*ctx.d, ctx.store.get(), ctx.caller, ref, &r);
-    if (st.code() == kErrInRecycleBin && permanent) {  // emptying it from the recycle bin
+    Status st = ResolveForTransfer(ctx, f, TransferUse::kTakeOut, &r);
+    if (st.code() == kErrInRecycleBin && permanent) {  // emptying it from the recycle bin (by id:)
+      ItemRef ref;
+      ORVEL_RETURN_IF_ERROR(ParseItemRef(f, &ref));
+      ORVEL_RETURN_IF_ERROR(CheckOwnRemoved(ctx, ref.key));
       ids.push_back(ref.key);
       continue;
     }

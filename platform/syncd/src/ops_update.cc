@@ -29,7 +29,7 @@ struct UpdateArgs {
   std::string path, name, content_b64, data_path, hash, properties;
   bool has_name = false, has_content = false, has_data = false, has_size = false;
   uint64_t size = 0, created = 0, accessed = 0, modified = 0;
-  bool has_encrypted = false, encrypted = false, has_mute = false, mute = false;
+  bool has_encrypted = false, encrypted = false;
 };
 
 int64_t Seconds(uint64_t v) { return static_cast<int64_t>(v > 100000000000ULL ? v / 1000 : v); }
@@ -62,8 +62,6 @@ Status ParseArgs(const PObject& args, UpdateArgs* a) {
   bool removed = false;
   ORVEL_RETURN_IF_ERROR(ArgBool(args, "removed", &removed));
   if (removed) return Status(kErrInvalidArgument, "\"removed\" true: use delete to move items to the recycle bin");
-  a->has_mute = args["mute"].isBool();
-  ORVEL_RETURN_IF_ERROR(ArgBool(args, "mute", &a->mute));
   const PObject& props = args["properties"];
   if (props.isMap()) {
     for (const auto& kv : props.asMap())
@@ -75,6 +73,7 @@ Status ParseArgs(const PObject& args, UpdateArgs* a) {
   for (const char* key : {"labels", "starred"})
     if (!args[key].isNull() && !args[key].isArray())
       return Status(kErrInvalidArgument, std::string("argument \"") + key + "\" must be an array");
+  ORVEL_RETURN_IF_ERROR(CheckItemMarks(args));
   return ParseContent(args, a);
 }
 
@@ -129,7 +128,7 @@ Status CheckRole(RequestContext& ctx, const UpdateArgs& a, const PObject& args, 
   bool writes = a.has_content || a.has_data || a.created || a.accessed || a.modified || a.has_encrypted ||
                 !a.properties.empty();
   bool renames = a.has_name && a.name != item.node.name;
-  bool marks = !args["labels"].isNull() || !args["starred"].isNull() || a.has_mute;
+  bool marks = HasItemMarks(args);
   if ((writes && !caps.can_write) || (renames && !caps.can_rename))
     return Status(kErrPermission, "permission denied: " + item.view_path + " is shared as " + RoleName(item.role));
   if (marks && IsVisitor(ctx)) return Status(kErrPermission, "permission denied: link visitors have no marks");
@@ -164,23 +163,13 @@ Status RenameOnDisk(RequestContext& ctx, Access* item, const std::string& name) 
   return Status::OK();
 }
 
-Status ApplyMarks(RequestContext& ctx, const PObject& args, const UpdateArgs& a, const Access& item) {
-  if (IsVisitor(ctx)) return Status::OK();
-  PObject edit = PObject::MakeMap();
-  PObject files = PObject::MakeArray();
-  files.push_back("id:" + item.node.file_id);
-  edit["files"] = files;
-  PObject ignored;
-  if (args["starred"].isArray() && !args["starred"].empty()) {
-    edit["actions"] = args["starred"];
-    ORVEL_RETURN_IF_ERROR(OpEditStar(ctx, edit, &ignored));
-  }
-  if (args["labels"].isArray() && !args["labels"].empty()) {
-    edit["actions"] = args["labels"];
-    ORVEL_RETURN_IF_ERROR(OpEditLabel(ctx, edit, &ignored));
-  }
-  if (a.has_mute) return ctx.store->browse()->SetMute(ctx.caller.user.name, item.node.file_id, a.mute);
-  return Status::OK();
+// The caller's labels, star and mute, committed together.
+Status ApplyMarks(RequestContext& ctx, const PObject& args, const Access& item) {
+  if (!HasItemMarks(args)) return Status::OK();
+  Transaction tx(ctx.store.get(), true);
+  ORVEL_RETURN_IF_ERROR(tx.status());
+  ORVEL_RETURN_IF_ERROR(ApplyItemMarks(ctx, item.node.file_id, args));
+  return tx.Commit();
 }
 
 Status Commit(RequestContext& ctx, Node& n, const Revision* rev) {
@@ -247,7 +236,7 @@ Status OpUpdateFile(RequestContext& ctx, const PObject& args, PObject* result) {
     std::lock_guard<std::mutex> lock(ctx.d->write_mu);
     ORVEL_RETURN_IF_ERROR(ApplyUnderLock(ctx, a, &content, &item));
   }
-  ORVEL_RETURN_IF_ERROR(ApplyMarks(ctx, args, a, item));
+  ORVEL_RETURN_IF_ERROR(ApplyMarks(ctx, args, item));
   return AccessRecord(ctx, item, &(*result)["file"]);
 }
 

@@ -16,11 +16,14 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <functional>
 
+#include "access.h"
 #include "item.h"
 #include "log.h"
 #include "mime.h"
 #include "ops.h"
+#include "ops_browse.h"
 
 namespace orvel::syncd {
 namespace {
@@ -101,7 +104,8 @@ Status ParseArgs(const PObject& args, UploadArgs* a) {
   } else if (!props.isNull()) {
     return Status(kErrInvalidArgument, "argument \"properties\" must be a map");
   }
-  // "labels", "starred", "mute" and "removed" are accepted and not used yet.
+  // "removed" is accepted and not used yet; marks are applied on commit.
+  ORVEL_RETURN_IF_ERROR(CheckItemMarks(args));
   if (a->is_dir) return Status::OK();
 
   ORVEL_RETURN_IF_ERROR(ArgString(args, "file_data_path", &a->data_path));
@@ -259,15 +263,20 @@ void ApplyMetadata(const UploadArgs& a, Node* n) {
   if (!a.properties.empty()) n->properties = a.properties;
 }
 
+// Runs inside the transaction that commits the stored row: the caller's
+// marks of the request.
+using CommitHook = std::function<Status(const Node&)>;
+
 // Commits a new row for t->name (already on disk); undoes the disk entry if
 // the commit fails.
-Status CommitNew(Store* store, const Target& t, Node* n, const std::string& dest) {
+Status CommitNew(Store* store, const Target& t, Node* n, const std::string& dest, const CommitHook& hook) {
   Transaction tx(store, true);
   Status st = tx.status();
   if (st.ok()) st = store->NextChange(&n->sync_id);
   n->max_id = n->sync_id;
   if (st.ok()) st = store->Insert(n);
   if (st.ok()) st = store->TouchAncestors(t.parent.node.file_id, n->sync_id);
+  if (st.ok()) st = hook(*n);
   if (st.ok()) st = tx.Commit();
   if (!st.ok()) {
     SLOG_ERROR("upload: commit of %s failed, removing it: %s", dest.c_str(), st.ToString().c_str());
@@ -276,7 +285,8 @@ Status CommitNew(Store* store, const Target& t, Node* n, const std::string& dest
   return st;
 }
 
-Status StoreFolder(Daemon& d, Store* store, const UploadArgs& a, const Target& t, Node* out) {
+Status StoreFolder(Daemon& d, Store* store, const UploadArgs& a, const Target& t, const CommitHook& hook,
+                   Node* out) {
   std::string dest = DiskPath(d.layout, t.parent.node.owner, t.parent.components) + "/" + t.name;
   ORVEL_RETURN_IF_ERROR(MakeDirDurable(dest, 0750));
   int64_t now = time(nullptr);
@@ -295,13 +305,13 @@ Status StoreFolder(Daemon& d, Store* store, const UploadArgs& a, const Target& t
   n.modified_time = a.mtime ? a.mtime : now;
   n.change_time = now;
   ApplyMetadata(a, &n);
-  ORVEL_RETURN_IF_ERROR(CommitNew(store, t, &n, dest));
+  ORVEL_RETURN_IF_ERROR(CommitNew(store, t, &n, dest, hook));
   *out = n;
   return Status::OK();
 }
 
 Status StoreFile(Daemon& d, Store* store, const UploadArgs& a, const Target& t, Staged* s,
-                 Node* out) {
+                 const CommitHook& hook, Node* out) {
   std::string dest = DiskPath(d.layout, t.parent.node.owner, t.parent.components) + "/" + t.name;
   int64_t now = time(nullptr);
   Node n;
@@ -331,6 +341,7 @@ Status StoreFile(Daemon& d, Store* store, const UploadArgs& a, const Target& t, 
     }
     ORVEL_RETURN_IF_ERROR(store->Update(n));
     ORVEL_RETURN_IF_ERROR(store->TouchAncestors(t.parent.node.file_id, n.sync_id));
+    ORVEL_RETURN_IF_ERROR(hook(n));
     ORVEL_RETURN_IF_ERROR(tx.Commit());
     *out = n;
     return Status::OK();
@@ -357,9 +368,19 @@ Status StoreFile(Daemon& d, Store* store, const UploadArgs& a, const Target& t, 
   n.modified_time = s->st.st_mtime;
   n.change_time = now;
   ApplyMetadata(a, &n);
-  ORVEL_RETURN_IF_ERROR(CommitNew(store, t, &n, dest));
+  ORVEL_RETURN_IF_ERROR(CommitNew(store, t, &n, dest, hook));
   *out = n;
   return Status::OK();
+}
+
+// An existing folder answered under an overwrite policy still gets the
+// request's marks ("skip" leaves the item as it was).
+Status MarkExisting(RequestContext& ctx, const PObject& args, const Node& n, const CommitHook& hook) {
+  if (!HasItemMarks(args)) return Status::OK();
+  Transaction tx(ctx.store.get(), true);
+  ORVEL_RETURN_IF_ERROR(tx.status());
+  ORVEL_RETURN_IF_ERROR(hook(n));
+  return tx.Commit();
 }
 
 }  // namespace
@@ -379,13 +400,20 @@ Status OpUploadFile(RequestContext& ctx, const PObject& args, PObject* result) {
   t.name = a.components.back();
   bool answer_existing = false;
   ORVEL_RETURN_IF_ERROR(ApplyPolicy(d, ctx.store.get(), a, &t, &answer_existing));
+  CommitHook marks = [&](const Node& stored) { return ApplyItemMarks(ctx, stored.file_id, args); };
   Node n;
   if (answer_existing) {
     n = t.existing;
+    if (a.policy != "skip") ORVEL_RETURN_IF_ERROR(MarkExisting(ctx, args, n, marks));
   } else if (a.is_dir) {
-    ORVEL_RETURN_IF_ERROR(StoreFolder(d, ctx.store.get(), a, t, &n));
+    ORVEL_RETURN_IF_ERROR(StoreFolder(d, ctx.store.get(), a, t, marks, &n));
   } else {
-    ORVEL_RETURN_IF_ERROR(StoreFile(d, ctx.store.get(), a, t, &staged, &n));
+    ORVEL_RETURN_IF_ERROR(StoreFile(d, ctx.store.get(), a, t, &staged, marks, &n));
+  }
+  if (HasItemMarks(args)) {  // answer the caller's view, marks included
+    Access item;
+    ORVEL_RETURN_IF_ERROR(AccessOfNode(ctx, n, &item));
+    return AccessRecord(ctx, item, &(*result)["file"]);
   }
   std::vector<std::string> comps = t.parent.components;
   comps.push_back(n.name);

@@ -4,13 +4,16 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <mutex>
 
 #include "db/browse_store.h"
 #include "log.h"
+#include "pdf_text.h"
 #include "space.h"
+#include "tree.h"
 
 namespace orvel::syncd {
 namespace {
@@ -57,41 +60,51 @@ std::mutex g_drain_mu;
 
 }  // namespace
 
+bool IsPdf(const Node& n) { return n.ext == "pdf" || n.content_type == "application/pdf"; }
+
 bool HasIndexableText(const Node& n) {
   if (n.type != 0 || n.size == 0 || n.encrypted) return false;
-  if (n.content_type.compare(0, 5, "text/") == 0) return true;
+  if (n.content_type.compare(0, 5, "text/") == 0 || IsPdf(n)) return true;
   for (const char* e : kTextExtensions)
     if (n.ext == e) return true;
   return false;
 }
 
 std::string ReadIndexableText(const std::string& path, size_t max) {
-  int fd = open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
-  if (fd < 0) return "";
+  ScopedFd fd(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+  if (!fd.valid()) return "";
   std::string raw(max, '\0');
   size_t got = 0;
   while (got < max) {
-    ssize_t r = read(fd, &raw[got], max - got);
+    ssize_t r = read(fd.get(), &raw[got], max - got);
     if (r < 0 && errno == EINTR) continue;
     if (r <= 0) break;
     got += static_cast<size_t>(r);
   }
-  close(fd);
   raw.resize(got);
+  return CleanIndexableText(raw, max);
+}
+
+std::string CleanIndexableText(const std::string& raw_in, size_t max) {
+  const size_t len = std::min(raw_in.size(), max);
   std::string out;
-  out.reserve(raw.size());
-  const auto* p = reinterpret_cast<const unsigned char*>(raw.data());
-  for (size_t i = 0; i < raw.size();) {
-    size_t n = Utf8Length(p + i, raw.size() - i);
+  out.reserve(len);
+  const auto* p = reinterpret_cast<const unsigned char*>(raw_in.data());
+  for (size_t i = 0; i < len;) {
+    size_t n = Utf8Length(p + i, len - i);
     if (n == 0 || (n == 1 && p[i] < 0x20 && p[i] != '\n' && p[i] != '\t')) {
       out.push_back(' ');
       i += n ? n : 1;
       continue;
     }
-    out.append(raw, i, n);
+    out.append(raw_in, i, n);
     i += n;
   }
   return out;
+}
+
+std::string ExtractIndexableText(const Node& node, const std::string& path) {
+  return IsPdf(node) ? ReadPdfText(path, kMaxText) : ReadIndexableText(path, kMaxText);
 }
 
 std::string KeywordToMatch(const std::string& keyword) {
@@ -130,7 +143,7 @@ Status DrainSearchQueue(Daemon& d, Store* store) {
         item.name = n.name;
         std::string path;
         if (HasIndexableText(n) && NodeDiskPath(d, store, n, &path).ok())
-          item.body = ReadIndexableText(path, kMaxText);
+          item.body = ExtractIndexableText(n, path);
       }
       batch.push_back(std::move(item));
     }

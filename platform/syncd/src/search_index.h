@@ -1,6 +1,6 @@
 // search_index: keeps the full-text index current. Rows whose name, content
 // or liveness changed wait in the index queue (filled by database triggers);
-// DrainSearchQueue indexes them (names, and the text of text files, read
+// DrainSearchQueue indexes them (names, and the text of text and PDF files, read
 // here) before a search runs. Also turns a user's keyword into an FTS5
 // match expression.
 //
@@ -20,12 +20,19 @@ namespace orvel::syncd {
 Status DrainSearchQueue(Daemon& d, Store* store);
 
 // Whether the file's text is indexed: text types by extension or content
-// type, at most the first 1 MiB.
+// type, and PDF documents; at most 1 MiB of text.
 bool HasIndexableText(const Node& node);
+
+// The indexed text of a file whose HasIndexableText is true, read from path
+// (PDF text through pdf_text.h). Empty on any read error.
+std::string ExtractIndexableText(const Node& node, const std::string& path);
 
 // The first `max` bytes of a text file as valid UTF-8 (invalid bytes and
 // control characters become spaces). Empty on any read error.
 std::string ReadIndexableText(const std::string& path, size_t max);
+
+// The first `max` bytes of raw, cleaned as ReadIndexableText does.
+std::string CleanIndexableText(const std::string& raw, size_t max);
 
 // "annual report_2024" -> "\"annual\"* \"report\"* \"2024\"*": every run of
 // letters and digits (any non-ASCII byte counts as a letter) becomes a quoted

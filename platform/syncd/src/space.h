@@ -22,8 +22,9 @@ struct Caller {
 // An item found from a reference: its row and its place below /mydrive.
 struct Resolved {
   Node node;
-  std::vector<std::string> components;  // empty for the root
-  std::string ViewPath() const { return MyDrivePath(components); }
+  std::vector<std::string> components;  // below the owner's root; empty for the root
+  std::string view_path;                // as the caller sees it; "" for "/mydrive/.."
+  std::string ViewPath() const { return view_path.empty() ? MyDrivePath(components) : view_path; }
 };
 
 // The caller's root row; on first use creates homes/<user> and the row, and

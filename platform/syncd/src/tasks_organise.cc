@@ -10,6 +10,7 @@
 #include <mutex>
 #include <set>
 
+#include "dispatch.h"
 #include "item.h"
 #include "log.h"
 #include "tasks.h"
@@ -34,28 +35,28 @@ Status ReadItemArgs(const PObject& a, ItemArgs* out) {
   return ParseConflictPolicy(a["conflict"], "autorename", &out->policy);
 }
 
-Status ResolveId(TaskContext& ctx, Store* store, const std::string& id, Resolved* out) {
-  ItemRef ref;
-  ref.kind = ItemRef::Kind::kId;
-  ref.key = id;
-  return ResolveRef(*ctx.d, store, ctx.caller, ref, out);
+// Items are named by id in the task's arguments and resolved again with the
+// owner's current roles.
+Status ResolveId(RequestContext& rc, const std::string& id, TransferUse use, Resolved* out) {
+  return ResolveForTransfer(rc, "id:" + id, use, out);
 }
 
-void AddResult(TaskContext& ctx, const std::string& source, const PlaceOutcome& o) {
+// o lies in dest (moved or copied there, or merged into a namesake).
+void AddResult(TaskContext& ctx, const std::string& source, const Resolved& dest, const PlaceOutcome& o) {
   PObject e = PObject::MakeMap();
   e["source"] = source;
-  e["path"] = MyDrivePath(o.components);
+  e["path"] = o.components.empty() ? MyDrivePath(o.components) : dest.ViewPath() + "/" + o.components.back();
   e["file_id"] = o.node.file_id;
   e["skipped"] = o.skipped;
   ctx.result["items"].push_back(e);
 }
 
 // Items and bytes of every source, for progress.
-uint64_t TotalItems(TaskContext& ctx, Store* store, const std::vector<std::string>& ids) {
+uint64_t TotalItems(RequestContext& rc, const std::vector<std::string>& ids) {
   TreeCount c;
   for (const std::string& id : ids) {
     Resolved r;
-    if (ResolveId(ctx, store, id, &r).ok()) CountSubtree(store, r.node, &c);
+    if (ResolveId(rc, id, TransferUse::kRead, &r).ok()) CountSubtree(rc.store.get(), r.node, &c);
   }
   return c.items;
 }
@@ -63,15 +64,16 @@ uint64_t TotalItems(TaskContext& ctx, Store* store, const std::vector<std::strin
 Status RunCopy(TaskContext& ctx) {
   ItemArgs a;
   ORVEL_RETURN_IF_ERROR(ReadItemArgs(ctx.args, &a));
-  StoreLease store;
-  ORVEL_RETURN_IF_ERROR(ctx.d->pool->Acquire(&store));
+  RequestContext rc;
+  ORVEL_RETURN_IF_ERROR(TaskRequestContext(ctx, &rc));
+  const StoreLease& store = rc.store;
   ctx.result["items"] = PObject::MakeArray();
   StageProgress progress;
   progress.task = &ctx;
-  progress.total = TotalItems(ctx, store.get(), a.sources);
+  progress.total = TotalItems(rc, a.sources);
   for (size_t i = 0; i < a.sources.size(); ++i) {
     Resolved src;
-    ORVEL_RETURN_IF_ERROR(ResolveId(ctx, store.get(), a.sources[i], &src));
+    ORVEL_RETURN_IF_ERROR(ResolveId(rc, a.sources[i], TransferUse::kRead, &src));
     const std::string temp = ctx.TempPath("copy-" + std::to_string(i));
     TempPathGuard guard(temp);
     StagedNode staged;
@@ -80,12 +82,12 @@ Status RunCopy(TaskContext& ctx) {
     ORVEL_RETURN_IF_ERROR(FlushFileSystem(temp));
     std::lock_guard<std::mutex> lock(ctx.d->write_mu);
     Resolved dest;
-    ORVEL_RETURN_IF_ERROR(ResolveFolderById(*ctx.d, store.get(), ctx.caller, a.dest, &dest));
+    ORVEL_RETURN_IF_ERROR(ResolveId(rc, a.dest, TransferUse::kWriteInto, &dest));
     if (src.node.is_dir() && IsSameOrBelow(dest, src))
       return Status(kErrIntoItself, "cannot copy a folder into itself: " + src.ViewPath());
     PlaceOutcome o;
     ORVEL_RETURN_IF_ERROR(PlaceStaged(*ctx.d, store.get(), dest, staged, temp, a.policy, &o));
-    AddResult(ctx, src.ViewPath(), o);
+    AddResult(ctx, src.ViewPath(), dest, o);
   }
   ctx.Progress(progress.items, progress.items);
   return Status::OK();
@@ -95,19 +97,22 @@ Status RunMove(TaskContext& ctx) {
   ItemArgs a;
   ORVEL_RETURN_IF_ERROR(ReadItemArgs(ctx.args, &a));
   const std::string change_name = ctx.args["change_name"].asString();
-  StoreLease store;
-  ORVEL_RETURN_IF_ERROR(ctx.d->pool->Acquire(&store));
+  RequestContext rc;
+  ORVEL_RETURN_IF_ERROR(TaskRequestContext(ctx, &rc));
+  const StoreLease& store = rc.store;
   ctx.result["items"] = PObject::MakeArray();
   for (size_t i = 0; i < a.sources.size(); ++i) {
     if (ctx.Cancelled()) return Status(kErrTaskCancelled, "task cancelled");
     std::lock_guard<std::mutex> lock(ctx.d->write_mu);
     Resolved src, dest;
-    ORVEL_RETURN_IF_ERROR(ResolveId(ctx, store.get(), a.sources[i], &src));
-    ORVEL_RETURN_IF_ERROR(ResolveFolderById(*ctx.d, store.get(), ctx.caller, a.dest, &dest));
+    ORVEL_RETURN_IF_ERROR(ResolveId(rc, a.sources[i], TransferUse::kTakeOut, &src));
+    ORVEL_RETURN_IF_ERROR(ResolveId(rc, a.dest, TransferUse::kWriteInto, &dest));
+    if (src.node.owner != dest.node.owner)
+      return Status(kErrPermission, "permission denied: " + src.ViewPath() + " cannot move to another user's space; copy it");
     PlaceOutcome o;
     const std::string from = src.ViewPath();
     ORVEL_RETURN_IF_ERROR(MoveItem(*ctx.d, store.get(), src, dest, change_name, a.policy, &o));
-    AddResult(ctx, from, o);
+    AddResult(ctx, from, dest, o);
     ctx.Progress(i + 1, a.sources.size());
   }
   return Status::OK();
@@ -117,8 +122,9 @@ Status RunDelete(TaskContext& ctx) {
   std::vector<std::string> ids;
   for (const PObject& s : ctx.args["sources"].asArray()) ids.push_back(s.asString());
   const bool permanent = ctx.args["permanent"].asBool();
-  StoreLease store;
-  ORVEL_RETURN_IF_ERROR(ctx.d->pool->Acquire(&store));
+  RequestContext rc;
+  ORVEL_RETURN_IF_ERROR(TaskRequestContext(ctx, &rc));
+  const StoreLease& store = rc.store;
   ctx.result["items"] = PObject::MakeArray();
   for (size_t i = 0; i < ids.size(); ++i) {
     if (ctx.Cancelled()) return Status(kErrTaskCancelled, "task cancelled");
@@ -127,7 +133,7 @@ Status RunDelete(TaskContext& ctx) {
     {
       std::lock_guard<std::mutex> lock(ctx.d->write_mu);
       Resolved src;
-      Status st = ResolveId(ctx, store.get(), ids[i], &src);
+      Status st = ResolveId(rc, ids[i], TransferUse::kTakeOut, &src);
       if (st.code() == kErrInRecycleBin && permanent) {
         st = store->GetById(ids[i], &src.node);  // the top of a removed subtree
         Node parent;
@@ -169,17 +175,18 @@ Status LinkTree(TaskContext& ctx, Store* store, const Node& node, const std::str
 Status RunDownload(TaskContext& ctx) {
   std::vector<std::string> ids;
   for (const PObject& s : ctx.args["sources"].asArray()) ids.push_back(s.asString());
-  StoreLease store;
-  ORVEL_RETURN_IF_ERROR(ctx.d->pool->Acquire(&store));
+  RequestContext rc;
+  ORVEL_RETURN_IF_ERROR(TaskRequestContext(ctx, &rc));
+  const StoreLease& store = rc.store;
   const std::string staging = ctx.TempPath("staging");
   if (mkdir(staging.c_str(), 0750) != 0) return FsError("mkdir", staging, errno);
   StageProgress progress;
   progress.task = &ctx;
-  progress.total = TotalItems(ctx, store.get(), ids);
+  progress.total = TotalItems(rc, ids);
   std::set<std::string> used;
   for (const std::string& id : ids) {
     Resolved src;
-    ORVEL_RETURN_IF_ERROR(ResolveId(ctx, store.get(), id, &src));
+    ORVEL_RETURN_IF_ERROR(ResolveId(rc, id, TransferUse::kRead, &src));
     std::string name = src.components.empty() ? "mydrive" : src.node.name;
     for (unsigned n = 1; used.count(name); ++n) name = AutoRenameName(src.node.name, src.node.is_dir(), n);
     used.insert(name);

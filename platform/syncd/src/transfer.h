@@ -21,6 +21,7 @@
 namespace orvel::syncd {
 
 class TaskContext;
+struct RequestContext;
 
 // Conflict policy per item type. The wire gives either one string for both
 // or a map {"file": .., "folder": .., "default": ..}; "version" means
@@ -102,6 +103,27 @@ Status DeleteItem(Daemon& d, Store* store, const Resolved& src, bool permanent,
 
 // True when `inner` is `outer` or lies below it (both in the same space).
 bool IsSameOrBelow(const Resolved& inner, const Resolved& outer);
+
+// What a transfer does with an item it names, and so the role it needs
+// (roles of access.h).
+enum class TransferUse {
+  kRead,       // copy or download source: any role
+  kWriteInto,  // destination folder: editor or owner; kErrNotFolder for a file
+  kTakeOut,    // move or delete source: owner, or editor of the folder it lies in
+};
+
+// Resolves a wire path of ctx's caller ("/mydrive/..", "/shared-with-me/..",
+// "id:") for a transfer: own items and items shared with the caller, never
+// through a sharing link. kErrPermission when the role does not allow the
+// use; the errors of ResolveAccess otherwise. out->view_path is the path as
+// the caller sees it.
+Status ResolveForTransfer(RequestContext& ctx, const std::string& path, TransferUse use, Resolved* out);
+Status ResolveAllForTransfer(RequestContext& ctx, const std::vector<std::string>& paths, TransferUse use,
+                             std::vector<Resolved>* out);
+
+// A request context for a task's owner (no session, no sharing token) with
+// a store lease of its own, for the resolvers above.
+Status TaskRequestContext(TaskContext& task, RequestContext* out);
 
 // Resolves each reference of the caller's (the wire's paths).
 Status ResolveAll(Daemon& d, Store* store, const Caller& caller,

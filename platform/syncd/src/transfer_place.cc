@@ -30,6 +30,7 @@ Resolved Child(const Resolved& parent, const Node& node) {
   r.node = node;
   r.components = parent.components;
   r.components.push_back(node.name);
+  if (!parent.view_path.empty()) r.view_path = parent.view_path + "/" + node.name;
   return r;
 }
 

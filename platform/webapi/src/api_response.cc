@@ -12,6 +12,13 @@ void APIResponse::SetSuccess(const Json::Value& data) {
   has_data_ = true;
 }
 
+void APIResponse::SetSuccess(Json::Value&& data) {
+  error_code_ = 0;
+  error_details_ = Json::Value();
+  data_ = std::move(data);
+  has_data_ = true;
+}
+
 void APIResponse::SetSuccess() {
   error_code_ = 0;
   error_details_ = Json::Value();

@@ -208,6 +208,7 @@ class Nimbard {
   int server_version_ = 11061;
   unsigned timeout_ = 300;
   int fd_ = -1;
+  std::string conn_key_;  // what the daemon judged when fd_ was accepted
   int last_error_ = 0;
   std::string last_error_message_;
 };

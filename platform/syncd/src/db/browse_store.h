@@ -113,6 +113,10 @@ class BrowseStore {
   virtual Status GetLabelByName(const std::string& user, const std::string& name, Label* out) = 0;
   virtual Status CreateLabel(const Label& label) = 0;
   virtual Status ListLabels(const std::string& user, std::vector<Label>* out) = 0;
+  // Sets the name and colour of an existing label (user and label_id name
+  // it). kErrLabelNotFound when there is none; kErrLabelExists when another
+  // label of the user has the name.
+  virtual Status UpdateLabel(const Label& label) = 0;
   virtual Status SetItemLabel(const std::string& user, const std::string& label_id,
                               const std::string& file_id, bool on) = 0;
 

@@ -112,7 +112,7 @@ Status Exec(sqlite3* db, const char* sql) {
 const std::vector<Migration>& SqliteMigrations() {
   static const std::vector<Migration> kAll = {{1, kV1}, {2, kV2}, {3, kV3},
                                               {10, kBrowseSchemaV10}, {11, kBrowseSchemaV11},
-                                              {20, kTasksMigrationSql}};
+                                              {20, kTasksMigrationSql}, {21, kBrowseSchemaV21}};
   return kAll;
 }
 

@@ -74,4 +74,30 @@ END;
 INSERT INTO search_pending (node_row) SELECT id FROM nodes WHERE parent_id <> '';
 )SQL";
 
+// Version 21: a row deleted for good (permanent delete, a merged move) takes
+// every user's marks, shares, links, recent entries and access requests of
+// its file_id with it, in the deleting transaction. The file_id indexes keep
+// that an index seek per row; rows left behind by earlier versions go now.
+const char kBrowseSchemaV21[] = R"SQL(
+CREATE INDEX stars_file ON stars(file_id);
+CREATE INDEX mutes_file ON mutes(file_id);
+CREATE INDEX recent_file ON recent(file_id);
+CREATE TRIGGER marks_on_purge AFTER DELETE ON nodes BEGIN
+  DELETE FROM stars WHERE file_id = OLD.file_id;
+  DELETE FROM mutes WHERE file_id = OLD.file_id;
+  DELETE FROM item_labels WHERE file_id = OLD.file_id;
+  DELETE FROM shares WHERE file_id = OLD.file_id;
+  DELETE FROM links WHERE file_id = OLD.file_id;
+  DELETE FROM recent WHERE file_id = OLD.file_id;
+  DELETE FROM access_requests WHERE file_id = OLD.file_id;
+END;
+DELETE FROM stars WHERE file_id NOT IN (SELECT file_id FROM nodes);
+DELETE FROM mutes WHERE file_id NOT IN (SELECT file_id FROM nodes);
+DELETE FROM item_labels WHERE file_id NOT IN (SELECT file_id FROM nodes);
+DELETE FROM shares WHERE file_id NOT IN (SELECT file_id FROM nodes);
+DELETE FROM links WHERE file_id NOT IN (SELECT file_id FROM nodes);
+DELETE FROM recent WHERE file_id NOT IN (SELECT file_id FROM nodes);
+DELETE FROM access_requests WHERE file_id NOT IN (SELECT file_id FROM nodes);
+)SQL";
+
 }  // namespace orvel::syncd

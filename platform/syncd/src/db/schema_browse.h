@@ -7,5 +7,6 @@ namespace orvel::syncd {
 
 extern const char kBrowseSchemaV10[];
 extern const char kBrowseSchemaV11[];
+extern const char kBrowseSchemaV21[];
 
 }  // namespace orvel::syncd

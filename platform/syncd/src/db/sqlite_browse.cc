@@ -108,6 +108,17 @@ class SqliteBrowseStore : public BrowseStore {
       return Status(kErrLabelExists, "label name already exists: " + l.name);
     return st;
   }
+  Status UpdateLabel(const Label& l) override {
+    CachedStmt s = c_.Prepare("UPDATE labels SET name = ?3, color = ?4 WHERE user = ?1 AND label_id = ?2");
+    s.Bind(1, l.user).Bind(2, l.label_id).Bind(3, l.name).Bind(4, l.color);
+    Status st;
+    s.Step(&st);
+    if (!st.ok() && (s.last_rc() & 0xff) == SQLITE_CONSTRAINT)
+      return Status(kErrLabelExists, "label name already exists: " + l.name);
+    ORVEL_RETURN_IF_ERROR(st);
+    if (sqlite3_changes(c_.db()) == 0) return Status(kErrLabelNotFound, "label not found: " + l.label_id);
+    return Status::OK();
+  }
   Status ListLabels(const std::string& user, std::vector<Label>* out) override {
     out->clear();
     CachedStmt s = c_.Prepare("SELECT label_id, user, name, color FROM labels WHERE user = ?1 ORDER BY name COLLATE NOCASE");

@@ -109,6 +109,7 @@ class APIRequest {
 class APIResponse {
  public:
   void SetSuccess(const Json::Value& data);
+  void SetSuccess(Json::Value&& data);  // takes the tree over, no copy
   void SetSuccess();  // success without "data"
   void SetError(int code, const Json::Value& details = Json::Value());
   void SetHeader(const std::string& name, const std::string& value);

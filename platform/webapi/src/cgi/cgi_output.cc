@@ -1,6 +1,8 @@
 // CGI answer writing; see cgi_output.h. Not thread-safe.
 #include "cgi/cgi_output.h"
 
+#include "cgi/json_text.h"
+
 namespace zemo::cgi {
 
 namespace {
@@ -19,15 +21,20 @@ std::string HeaderSafe(const std::string& s) {
 }  // namespace
 
 std::string EnvelopeText(const ZEMO::APIResponse& response) {
-  Json::StreamWriterBuilder builder;
-  builder["indentation"] = "";
-  builder["emitUTF8"] = true;
   if (response.IsError() || !response.HasData()) {
-    return Json::writeString(builder, response.Envelope()) + "\n";
+    return CompactJson(response.Envelope()) + "\n";
   }
   // The success envelope written around the data, so that a large answer is
   // not copied into a second tree first.
-  return "{\"data\":" + Json::writeString(builder, response.GetData()) + ",\"success\":true}\n";
+  static const char kHead[] = "{\"data\":";
+  std::string text = kHead;
+  text.reserve(64 * 1024);
+  if (!AppendCompactJson(response.GetData(), &text)) {
+    text.resize(sizeof(kHead) - 1);
+    text += CompactJson(response.GetData());
+  }
+  text += ",\"success\":true}\n";
+  return text;
 }
 
 void WriteAnswer(const ZEMO::APIResponse& response, FILE* out) {
@@ -39,8 +46,10 @@ void WriteAnswer(const ZEMO::APIResponse& response, FILE* out) {
   for (const auto& [name, value] : response.GetHeaders()) {
     text += HeaderSafe(name) + ": " + HeaderSafe(value) + "\r\n";
   }
-  text += "\r\n" + EnvelopeText(response);
+  text += "\r\n";
+  const std::string body = EnvelopeText(response);
   std::fwrite(text.data(), 1, text.size(), out);
+  std::fwrite(body.data(), 1, body.size(), out);
   std::fflush(out);
 }
 

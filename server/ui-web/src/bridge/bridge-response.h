@@ -38,6 +38,7 @@ class BridgeResponse {
   // The same without copying a large answer (listings).
   void SetJsonResponse(Json::Value&& value);
   const Json::Value& GetJsonObject() const { return json_; }
+  Json::Value& MutableJsonObject() { return json_; }
 
   // Appends a header; the same name may be set more than once.
   void SetHeader(std::string name, std::string value);

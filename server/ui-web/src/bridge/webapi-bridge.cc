@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <exception>
+#include <utility>
 
 #include "module-log.h"
 #include "zemo/nas.h"
@@ -92,25 +93,35 @@ int WebAPIBridge::Process() {
     ORVEL_LOG_ERROR("Fail to find handler\n");
     response->SetError(103, "no such API or method", __LINE__);
   }
-  SetResponse(*response);
+  SetResponse(std::move(*response));
   return ret;
 }
 
-void WebAPIBridge::SetResponse(const BridgeResponse& response) {
+void WebAPIBridge::SetResponse(const BridgeResponse& response) { Deliver(response, nullptr); }
+
+void WebAPIBridge::SetResponse(BridgeResponse&& response) {
+  Deliver(response, &response.MutableJsonObject());
+}
+
+// movable_data, when not null, is the response's own JSON answer, handed on
+// to the framework without a copy.
+void WebAPIBridge::Deliver(const BridgeResponse& response, Json::Value* movable_data) {
   if (response.GetType() == BridgeResponse::kJson) {
-    SetJsonOutput(response);
+    SetJsonOutput(response, movable_data);
   } else {
     SetDownloadOutput(response);
   }
   for (const std::string& path : response.GetAutoRemovePaths()) auto_remove_.push_back(path);
 }
 
-void WebAPIBridge::SetJsonOutput(const BridgeResponse& response) {
+void WebAPIBridge::SetJsonOutput(const BridgeResponse& response, Json::Value* movable_data) {
   for (const auto& [name, value] : response.GetHeaders()) response_->SetHeader(name, value);
   if (response.IsErrorSet()) {
     response_->SetError(response.GetErrorCode(), ErrorDetails(response));
   } else if (response.GetJsonObject().isNull()) {
     response_->SetSuccess();
+  } else if (movable_data != nullptr) {
+    response_->SetSuccess(std::move(*movable_data));
   } else {
     response_->SetSuccess(response.GetJsonObject());
   }

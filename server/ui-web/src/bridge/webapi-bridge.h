@@ -45,6 +45,8 @@ class WebAPIBridge {
   // Writes response out (framework JSON, or raw CGI for files and archives)
   // and collects its auto-remove paths.
   void SetResponse(const BridgeResponse& response);
+  // The same, taking over the JSON answer instead of copying it.
+  void SetResponse(BridgeResponse&& response);
 
   // Raw CGI writers (stdout).
   void PrintDownloadHeader(const std::string& name, bool attachment);
@@ -61,7 +63,8 @@ class WebAPIBridge {
   const std::vector<std::string>& GetAutoRemoveList() const { return auto_remove_; }
 
  private:
-  void SetJsonOutput(const BridgeResponse& response);
+  void Deliver(const BridgeResponse& response, Json::Value* movable_data);
+  void SetJsonOutput(const BridgeResponse& response, Json::Value* movable_data);
   void SetDownloadOutput(const BridgeResponse& response);
   void PrintDownloadError(const BridgeResponse& response);
   std::string ArchiveCodepage(const BridgeResponse& response) const;

@@ -1,0 +1,145 @@
+// Compact JSON writer; see json_text.h. Thread-safe.
+#include "cgi/json_text.h"
+
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+
+namespace zemo::cgi {
+
+namespace {
+
+// Bytes written escaped: control characters, '"' and '\\'.
+struct EscapeTable {
+  bool escape[256] = {};
+  constexpr EscapeTable() {
+    for (int c = 0; c < 0x20; ++c) escape[c] = true;
+    escape[static_cast<unsigned char>('"')] = true;
+    escape[static_cast<unsigned char>('\\')] = true;
+  }
+};
+constexpr EscapeTable kEscape;
+
+bool NeedsEscape(unsigned char c) { return kEscape.escape[c]; }
+
+void AppendEscapedByte(unsigned char c, std::string* out) {
+  switch (c) {
+    case '"': out->append("\\\""); return;
+    case '\\': out->append("\\\\"); return;
+    case '\b': out->append("\\b"); return;
+    case '\f': out->append("\\f"); return;
+    case '\n': out->append("\\n"); return;
+    case '\r': out->append("\\r"); return;
+    case '\t': out->append("\\t"); return;
+    default: break;
+  }
+  static const char kHex[] = "0123456789abcdef";
+  const char esc[6] = {'\\', 'u', '0', '0', kHex[c >> 4], kHex[c & 0xf]};
+  out->append(esc, sizeof(esc));
+}
+
+// Bytes of 0x80 and above are copied as they are (UTF-8 kept).
+void AppendQuoted(const char* begin, const char* end, std::string* out) {
+  out->push_back('"');
+  const char* run = begin;
+  for (const char* p = begin; p != end; ++p) {
+    const unsigned char c = static_cast<unsigned char>(*p);
+    if (!NeedsEscape(c)) continue;
+    out->append(run, p);
+    AppendEscapedByte(c, out);
+    run = p + 1;
+  }
+  out->append(run, end);
+  out->push_back('"');
+}
+
+template <typename Int>
+void AppendInteger(Int v, std::string* out) {
+  char buf[24];
+  const std::to_chars_result r = std::to_chars(buf, buf + sizeof(buf), v);
+  out->append(buf, r.ptr);
+}
+
+// "%.17g", a '.' whatever the locale, ".0" when the text would read as an
+// integer; non-finite values as jsoncpp writes them without special floats.
+void AppendDouble(double v, std::string* out) {
+  if (!std::isfinite(v)) {
+    out->append(std::isnan(v) ? "null" : (v < 0 ? "-1e+9999" : "1e+9999"));
+    return;
+  }
+  char buf[40];
+  int len = std::snprintf(buf, sizeof(buf), "%.17g", v);
+  if (len <= 0 || static_cast<size_t>(len) >= sizeof(buf)) len = 0;
+  bool has_point_or_exp = false;
+  for (int i = 0; i < len; ++i) {
+    if (buf[i] == ',') buf[i] = '.';
+    if (buf[i] == '.' || buf[i] == 'e') has_point_or_exp = true;
+  }
+  out->append(buf, static_cast<size_t>(len));
+  if (!has_point_or_exp) out->append(".0");
+}
+
+bool HasComments(const Json::Value& v) {
+  return v.hasComment(Json::commentBefore) || v.hasComment(Json::commentAfterOnSameLine) ||
+         v.hasComment(Json::commentAfter);
+}
+
+bool AppendContainer(const Json::Value& value, std::string* out) {
+  const bool is_object = value.type() == Json::objectValue;
+  if (value.empty()) {
+    out->append(is_object ? "{}" : "[]");
+    return true;
+  }
+  out->push_back(is_object ? '{' : '[');
+  Json::ArrayIndex next = 0;  // arrays may be sparse: holes are written as null
+  for (auto it = value.begin(); it != value.end(); ++it) {
+    if (is_object) {
+      if (it != value.begin()) out->push_back(',');
+      const char* name_end = nullptr;
+      const char* name = it.memberName(&name_end);
+      AppendQuoted(name, name_end, out);
+      out->push_back(':');
+    } else {
+      for (; next < it.index(); ++next) out->append(next == 0 ? "null" : ",null");
+      if (next++ != 0) out->push_back(',');
+    }
+    if (!AppendCompactJson(*it, out)) return false;
+  }
+  out->push_back(is_object ? '}' : ']');
+  return true;
+}
+
+}  // namespace
+
+bool AppendCompactJson(const Json::Value& value, std::string* out) {
+  if (HasComments(value)) return false;
+  switch (value.type()) {
+    case Json::nullValue: out->append("null"); return true;
+    case Json::intValue: AppendInteger(value.asLargestInt(), out); return true;
+    case Json::uintValue: AppendInteger(value.asLargestUInt(), out); return true;
+    case Json::realValue: AppendDouble(value.asDouble(), out); return true;
+    case Json::booleanValue: out->append(value.asBool() ? "true" : "false"); return true;
+    case Json::stringValue: {
+      const char* begin = nullptr;
+      const char* end = nullptr;
+      if (value.getString(&begin, &end)) AppendQuoted(begin, end, out);
+      return true;
+    }
+    case Json::arrayValue:
+    case Json::objectValue: return AppendContainer(value, out);
+  }
+  return true;
+}
+
+std::string CompactJson(const Json::Value& value) {
+  std::string out;
+  out.reserve(256);
+  if (AppendCompactJson(value, &out)) return out;
+  Json::StreamWriterBuilder builder;
+  builder["indentation"] = "";
+  builder["emitUTF8"] = true;
+  return Json::writeString(builder, value);
+}
+
+}  // namespace zemo::cgi
