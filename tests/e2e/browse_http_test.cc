@@ -23,27 +23,9 @@ class BrowseHttpTest : public ::testing::Test {
     stack_ = TestStack::Start().release();
     stack_->AddUser("carol", false, "carol-password");
     stack_->AddUser("dave", false, "dave-password");
-    port_ = FreePort();
-    const std::string conf = stack_->root() + "/lighttpd.conf";
-    const std::string logdir = stack_->root() + "/var/packages/ZemoraOrvel/target/var";
-    ProcessOutput r = RunProcess(
-        {std::string(ORVEL_SOURCE_DIR) + "/scripts/render-lighttpd-conf.sh", stack_->root(),
-         std::to_string(port_), std::string(ORVEL_SOURCE_DIR) + "/web", EntryCgiPath(), conf, logdir},
-        BaseEnv(stack_->root()));
-    ASSERT_EQ(r.exit_code, 0) << r.err;
-    lighttpd_ = ::fork();
-    if (lighttpd_ == 0) {
-      ::execl("/usr/sbin/lighttpd", "lighttpd", "-D", "-f", conf.c_str(), nullptr);
-      ::_exit(127);
-    }
-    for (int i = 0; i < 200 && Curl({"-o", "/dev/null", Url("/")}).exit_code != 0; ++i)
-      std::this_thread::sleep_for(std::chrono::milliseconds(25));
+    port_ = stack_->StartHttp();
   }
   static void TearDownTestSuite() {
-    if (lighttpd_ > 0) {
-      ::kill(lighttpd_, SIGTERM);
-      ::waitpid(lighttpd_, nullptr, 0);
-    }
     delete stack_;
   }
   static std::string Url(const std::string& path) { return "http://127.0.0.1:" + std::to_string(port_) + path; }
@@ -86,12 +68,10 @@ class BrowseHttpTest : public ::testing::Test {
     return r["data"]["file_id"].asString();
   }
   static TestStack* stack_;
-  static pid_t lighttpd_;
   static int port_;
 };
 
 TestStack* BrowseHttpTest::stack_ = nullptr;
-pid_t BrowseHttpTest::lighttpd_ = -1;
 int BrowseHttpTest::port_ = 0;
 
 std::string Jpeg(int width, int height) {

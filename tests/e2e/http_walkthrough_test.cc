@@ -20,28 +20,9 @@ class HttpTest : public ::testing::Test {
   static void SetUpTestSuite() {
     stack_ = TestStack::Start().release();
     stack_->AddUser("demo", false, "demo-password");
-    port_ = FreePort();
-    const std::string conf = stack_->root() + "/lighttpd.conf";
-    const std::string logdir = stack_->root() + "/var/packages/ZemoraOrvel/target/var";
-    ProcessOutput r = RunProcess(
-        {std::string(ORVEL_SOURCE_DIR) + "/scripts/render-lighttpd-conf.sh", stack_->root(),
-         std::to_string(port_), std::string(ORVEL_SOURCE_DIR) + "/web", EntryCgiPath(), conf, logdir},
-        BaseEnv(stack_->root()));
-    ASSERT_EQ(r.exit_code, 0) << r.err;
-    lighttpd_ = ::fork();
-    if (lighttpd_ == 0) {
-      ::execl("/usr/sbin/lighttpd", "lighttpd", "-D", "-f", conf.c_str(), nullptr);
-      ::_exit(127);
-    }
-    for (int i = 0; i < 200 && Curl({"-o", "/dev/null", Url("/")}).exit_code != 0; ++i) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(25));
-    }
+    port_ = stack_->StartHttp();
   }
   static void TearDownTestSuite() {
-    if (lighttpd_ > 0) {
-      ::kill(lighttpd_, SIGTERM);
-      ::waitpid(lighttpd_, nullptr, 0);
-    }
     delete stack_;
   }
   static std::string Url(const std::string& path) {
@@ -81,11 +62,9 @@ class HttpTest : public ::testing::Test {
     return ParseJson(r.out);
   }
   static TestStack* stack_;
-  static pid_t lighttpd_;
   static int port_;
 };
 TestStack* HttpTest::stack_ = nullptr;
-pid_t HttpTest::lighttpd_ = -1;
 int HttpTest::port_ = 0;
 
 TEST_F(HttpTest, ReadmeWalkthrough) {

@@ -29,29 +29,10 @@ class TransferHttpTest : public ::testing::Test, public TaskHelpers {
     // user's first request: the daemon indexes them on first use.
     Fill(stack_->HomeDir("demo") + "/Thousand", 1000, 100);
     Fill(stack_->HomeDir("demo") + "/Big", 40, 1 << 20);
-    port_ = FreePort();
-    const std::string conf = stack_->root() + "/lighttpd.conf";
-    const std::string logdir = stack_->root() + "/var/packages/ZemoraOrvel/target/var";
-    ProcessOutput r = RunProcess(
-        {std::string(ORVEL_SOURCE_DIR) + "/scripts/render-lighttpd-conf.sh", stack_->root(),
-         std::to_string(port_), std::string(ORVEL_SOURCE_DIR) + "/web", EntryCgiPath(), conf, logdir},
-        BaseEnv(stack_->root()));
-    ASSERT_EQ(r.exit_code, 0) << r.err;
-    lighttpd_ = ::fork();
-    if (lighttpd_ == 0) {
-      ::execl("/usr/sbin/lighttpd", "lighttpd", "-D", "-f", conf.c_str(), nullptr);
-      ::_exit(127);
-    }
-    for (int i = 0; i < 200 && Curl({"-o", "/dev/null", Url("/")}).exit_code != 0; ++i) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(25));
-    }
+    port_ = stack_->StartHttp();
     sid_ = stack_->Login("demo").sid;
   }
   static void TearDownTestSuite() {
-    if (lighttpd_ > 0) {
-      ::kill(lighttpd_, SIGTERM);
-      ::waitpid(lighttpd_, nullptr, 0);
-    }
     delete stack_;
   }
   std::unique_ptr<Nimbard> TaskClient(const std::string& user) override {
@@ -118,12 +99,10 @@ class TransferHttpTest : public ::testing::Test, public TaskHelpers {
   }
 
   static TestStack* stack_;
-  static pid_t lighttpd_;
   static int port_;
   static std::string sid_;
 };
 TestStack* TransferHttpTest::stack_ = nullptr;
-pid_t TransferHttpTest::lighttpd_ = -1;
 int TransferHttpTest::port_ = 0;
 std::string TransferHttpTest::sid_;
 

@@ -221,6 +221,10 @@ std::unique_ptr<TestStack> TestStack::Start() {
 }
 
 TestStack::~TestStack() {
+  if (lighttpd_pid_ > 0) {
+    ::kill(lighttpd_pid_, SIGTERM);
+    ::waitpid(lighttpd_pid_, nullptr, 0);
+  }
   StopDaemon();
   users_.reset();
   if (!root_.empty() && std::getenv("ORVEL_KEEP_TEST_ROOT") == nullptr) File::Remove(root_);
@@ -244,6 +248,29 @@ SessionRecord TestStack::Login(const std::string& user) {
   EXPECT_TRUE(st.ok()) << st.ToString();
   sessions_[user] = s;
   return s;
+}
+
+int TestStack::StartHttp() {
+  if (lighttpd_pid_ > 0) return http_port_;
+  http_port_ = FreePort();
+  const std::string conf = root_ + "/lighttpd.conf";
+  ProcessOutput r = RunProcess(
+      {std::string(ORVEL_SOURCE_DIR) + "/scripts/render-lighttpd-conf.sh", root_,
+       std::to_string(http_port_), std::string(ORVEL_SOURCE_DIR) + "/web", EntryCgiPath(), conf,
+       root_ + kTarget + "/var"},
+      BaseEnv(root_));
+  EXPECT_EQ(r.exit_code, 0) << r.err;
+  lighttpd_pid_ = ::fork();
+  if (lighttpd_pid_ == 0) {
+    ::execl("/usr/sbin/lighttpd", "lighttpd", "-D", "-f", conf.c_str(), nullptr);
+    ::_exit(127);
+  }
+  const std::string url = "http://127.0.0.1:" + std::to_string(http_port_) + "/";
+  for (int i = 0; i < 200; ++i) {
+    if (RunProcess({"/usr/bin/curl", "-s", "-o", "/dev/null", url}, BaseEnv(root_)).exit_code == 0) break;
+    std::this_thread::sleep_for(std::chrono::milliseconds(25));
+  }
+  return http_port_;
 }
 
 void TestStack::StartDaemon() {

@@ -93,6 +93,12 @@ class TestStack {
   // fills *out with stdout+stderr.
   int Orvelctl(const std::vector<std::string>& args, std::string* out = nullptr) const;
 
+  // Starts lighttpd on a free 127.0.0.1 port with the project's rendered
+  // configuration, running the real entry.cgi; waits until it answers and
+  // returns the port. Stopped with the stack.
+  int StartHttp();
+  int http_port() const { return http_port_; }
+
   void StartDaemon();
   void StopDaemon();  // SIGTERM and wait
   void KillDaemon();  // SIGKILL and wait
@@ -102,6 +108,8 @@ class TestStack {
   TestStack() = default;
   std::string root_;
   pid_t daemon_pid_ = -1;
+  pid_t lighttpd_pid_ = -1;
+  int http_port_ = 0;
   std::unique_ptr<orvel::UserDb> users_;
   mutable std::map<std::string, SessionRecord> sessions_;
 };

@@ -33,6 +33,11 @@ CachedStmt& CachedStmt::Bind(int i, const std::string& v) {
   return *this;
 }
 
+CachedStmt& CachedStmt::Blob(int i, const std::string& v) {
+  if (st_) sqlite3_bind_blob(st_, i, v.data(), static_cast<int>(v.size()), SQLITE_TRANSIENT);
+  return *this;
+}
+
 bool CachedStmt::Step(Status* st) {
   if (!st_) {
     *st = Status(kErrInternal, std::string("statement did not prepare: ") + sqlite3_errmsg(db_));

@@ -1,5 +1,6 @@
-// sqlite_rows: small helpers of the SQLite browsing store: a statement cache
-// whose borrowed statements reset themselves, binding of mixed argument
+// sqlite_rows: small helpers of the SQLite stores: a statement cache whose
+// borrowed statements reset themselves (the one statement guard of the
+// stores), binding of mixed argument
 // lists, and the nodes columns read into a Node.
 //
 // Threading: a StmtCache belongs to one connection and one thread at a time.
@@ -28,9 +29,11 @@ class CachedStmt {
 
   CachedStmt& Bind(int i, int64_t v);
   CachedStmt& Bind(int i, const std::string& v);
+  CachedStmt& Blob(int i, const std::string& v);
   // SQLITE_ROW -> true; SQLITE_DONE -> false with *st OK; an error sets *st.
   bool Step(Status* st);
   Status Run();
+  bool Null(int col) const { return sqlite3_column_type(st_, col) == SQLITE_NULL; }
   int64_t Int(int col) const { return sqlite3_column_int64(st_, col); }
   std::string Text(int col) const;
   // Reads the NodeColumns() that start at column `first`.
@@ -38,6 +41,7 @@ class CachedStmt {
   // SQLITE_CONSTRAINT as the given code, busy as kErrBusy, else kErrStorage.
   Status Error(int rc, int constraint_code = kErrNameExists) const;
   int last_rc() const { return last_rc_; }
+  int Changes() const { return sqlite3_changes(db_); }
 
  private:
   sqlite3* db_;

@@ -11,6 +11,7 @@
 #include "db/list_sql.h"
 #include "db/page_cursors.h"
 #include "db/schema.h"
+#include "db/sqlite_rows.h"
 #include "db/store.h"
 
 namespace orvel::syncd {
@@ -24,63 +25,7 @@ const char kColumns[] =
     "permanent_link, properties, app_properties, content_type, revisions, ext, "
     "child_count, child_dirs";
 
-// A prepared statement borrowed from the cache, reset when the guard ends.
-class Stmt {
- public:
-  Stmt(sqlite3* db, sqlite3_stmt* st) : db_(db), st_(st) {}
-  ~Stmt() {
-    if (st_) {
-      sqlite3_reset(st_);
-      sqlite3_clear_bindings(st_);
-    }
-  }
-  Stmt(const Stmt&) = delete;
-  Stmt& operator=(const Stmt&) = delete;
-
-  Stmt& Bind(int i, int64_t v) {
-    if (st_) sqlite3_bind_int64(st_, i, v);
-    return *this;
-  }
-  Stmt& Bind(int i, const std::string& v) {
-    if (st_) sqlite3_bind_text(st_, i, v.data(), static_cast<int>(v.size()), SQLITE_TRANSIENT);
-    return *this;
-  }
-  // SQLITE_ROW -> true; SQLITE_DONE -> false with ok status. A statement
-  // that did not prepare (a programming error) fails the step, never crashes.
-  bool Step(Status* st) {
-    if (!st_) {
-      *st = Status(kErrInternal, std::string("statement did not prepare: ") + sqlite3_errmsg(db_));
-      return false;
-    }
-    int rc = sqlite3_step(st_);
-    if (rc == SQLITE_ROW) return true;
-    if (rc != SQLITE_DONE) *st = Error(rc);
-    return false;
-  }
-  Status Run() {
-    Status st;
-    while (Step(&st)) {
-    }
-    return st;
-  }
-  bool Null(int col) const { return sqlite3_column_type(st_, col) == SQLITE_NULL; }
-  int64_t Int(int col) const { return sqlite3_column_int64(st_, col); }
-  std::string Text(int col) const {
-    const unsigned char* p = sqlite3_column_text(st_, col);
-    return p ? std::string(reinterpret_cast<const char*>(p), sqlite3_column_bytes(st_, col)) : "";
-  }
-  Status Error(int rc) const {
-    if (rc == SQLITE_BUSY || rc == SQLITE_LOCKED)
-      return Status(kErrBusy, std::string("database busy: ") + sqlite3_errmsg(db_));
-    if ((rc & 0xff) == SQLITE_CONSTRAINT)
-      return Status(kErrNameExists, std::string("constraint: ") + sqlite3_errmsg(db_));
-    return Status(kErrStorage, std::string("database: ") + sqlite3_errmsg(db_));
-  }
-
- private:
-  sqlite3* db_;
-  sqlite3_stmt* st_;
-};
+using Stmt = CachedStmt;
 
 void ReadNode(const Stmt& s, Node* n) {
   n->row_id = s.Int(0);

@@ -5,6 +5,7 @@
 
 #include <unordered_map>
 
+#include "db/sqlite_rows.h"
 #include "db/task_store.h"
 
 namespace orvel::syncd {
@@ -40,60 +41,7 @@ const char kCols[] =
     "task_id, kind, owner, state, args, result, done, total, error_code, error_message, created,"
     " started, finished, attempts, cancel_requested";
 
-// A cached statement, reset when the guard ends.
-class Stmt {
- public:
-  Stmt(sqlite3* db, sqlite3_stmt* st) : db_(db), st_(st) {}
-  ~Stmt() {
-    if (st_) {
-      sqlite3_reset(st_);
-      sqlite3_clear_bindings(st_);
-    }
-  }
-  Stmt(const Stmt&) = delete;
-  Stmt& operator=(const Stmt&) = delete;
-  Stmt& Bind(int i, int64_t v) {
-    if (st_) sqlite3_bind_int64(st_, i, v);
-    return *this;
-  }
-  Stmt& Bind(int i, const std::string& v) {
-    if (st_) sqlite3_bind_text(st_, i, v.data(), static_cast<int>(v.size()), SQLITE_TRANSIENT);
-    return *this;
-  }
-  Stmt& Blob(int i, const std::string& v) {
-    if (st_) sqlite3_bind_blob(st_, i, v.data(), static_cast<int>(v.size()), SQLITE_TRANSIENT);
-    return *this;
-  }
-  bool Step(Status* st) {
-    if (!st_) {
-      *st = Status(kErrInternal, std::string("statement did not prepare: ") + sqlite3_errmsg(db_));
-      return false;
-    }
-    int rc = sqlite3_step(st_);
-    if (rc == SQLITE_ROW) return true;
-    if (rc != SQLITE_DONE) {
-      *st = Status(rc == SQLITE_BUSY || rc == SQLITE_LOCKED ? kErrBusy : kErrStorage,
-                   std::string("tasks database: ") + sqlite3_errmsg(db_));
-    }
-    return false;
-  }
-  Status Run() {
-    Status st;
-    while (Step(&st)) {
-    }
-    return st;
-  }
-  int64_t Int(int c) const { return sqlite3_column_int64(st_, c); }
-  std::string Text(int c) const {
-    const void* p = sqlite3_column_blob(st_, c);
-    return p ? std::string(static_cast<const char*>(p), sqlite3_column_bytes(st_, c)) : "";
-  }
-  int Changes() const { return sqlite3_changes(db_); }
-
- private:
-  sqlite3* db_;
-  sqlite3_stmt* st_;
-};
+using Stmt = CachedStmt;
 
 void ReadRow(const Stmt& s, TaskRow* r) {
   r->task_id = s.Text(0);
