@@ -27,34 +27,6 @@ const char kColumns[] =
 
 using Stmt = CachedStmt;
 
-void ReadNode(const Stmt& s, Node* n) {
-  n->row_id = s.Int(0);
-  n->file_id = s.Text(1);
-  n->parent_id = s.Text(2);
-  n->owner = s.Text(3);
-  n->name = s.Text(4);
-  n->type = static_cast<int>(s.Int(5));
-  n->size = static_cast<uint64_t>(s.Int(6));
-  n->created_time = s.Int(7);
-  n->access_time = s.Int(8);
-  n->modified_time = s.Int(9);
-  n->change_time = s.Int(10);
-  n->hash = s.Text(11);
-  n->sync_id = static_cast<uint64_t>(s.Int(12));
-  n->max_id = static_cast<uint64_t>(s.Int(13));
-  n->removed = s.Int(14) != 0;
-  n->vanished = s.Int(15) != 0;
-  n->encrypted = s.Int(16) != 0;
-  n->permanent_link = s.Text(17);
-  n->properties = s.Text(18);
-  n->app_properties = s.Text(19);
-  n->content_type = s.Text(20);
-  n->revisions = static_cast<uint32_t>(s.Int(21));
-  n->ext = s.Text(22);
-  n->child_count = static_cast<uint64_t>(s.Int(23));
-  n->child_dirs = static_cast<uint64_t>(s.Int(24));
-}
-
 // Binds the writable columns of n to ?1..?23 (in kColumns order, without id
 // and the maintained counters).
 void BindNode(Stmt& s, const Node& n) {
@@ -140,7 +112,7 @@ class SqliteStore : public Store {
     Status st;
     while (s.Step(&st)) {
       items->emplace_back();
-      ReadNode(s, &items->back());
+      s.ReadNode(0, &items->back());
     }
     if (st.ok() && !items->empty()) {
       const Node& last = items->back();
@@ -379,7 +351,7 @@ class SqliteStore : public Store {
     if (sql.find("?2") != std::string::npos) s.Bind(2, a2);
     Status st;
     if (s.Step(&st)) {
-      ReadNode(s, out);
+      s.ReadNode(0, out);
       return Status::OK();
     }
     return st.ok() ? Status(kErrNotFound, not_found) : st;
@@ -392,7 +364,7 @@ class SqliteStore : public Store {
     Status st;
     while (s.Step(&st)) {
       out->emplace_back();
-      ReadNode(s, &out->back());
+      s.ReadNode(0, &out->back());
     }
     return st;
   }
