@@ -9,3 +9,12 @@ target_compile_definitions(syncd_integration_test PRIVATE
   ORVEL_SYNCD_PATH="$<TARGET_FILE:orvel-syncd>"
   ORVEL_ORVELCTL_PATH="$<TARGET_FILE:orvelctl>")
 add_dependencies(syncd_integration_test orvel-syncd orvelctl)
+
+# The crash walk: every durable step of the writing ops failed or killed in
+# turn through the daemon's fault-injection seam (ORVEL_FAULT).
+orvel_add_test(syncd_crash_walk_test integration/syncd_crash_walk_test.cc)
+target_link_libraries(syncd_crash_walk_test PRIVATE nimbard PkgConfig::SODIUM PkgConfig::SQLITE3)
+target_compile_definitions(syncd_crash_walk_test PRIVATE
+  ORVEL_SYNCD_PATH="$<TARGET_FILE:orvel-syncd>"
+  ORVEL_ORVELCTL_PATH="$<TARGET_FILE:orvelctl>")
+add_dependencies(syncd_crash_walk_test orvel-syncd)

@@ -1,7 +1,8 @@
 // orvel-syncd: the sync service daemon. Reads the package configuration
 // (under ZEMO_ROOT), creates the data folder layout, takes the pid-file
-// lock, migrates the database, cleans old temp files, reconciles tree and
-// database, then serves the unix socket until SIGTERM or SIGINT.
+// lock, migrates the database, takes back writes that died before their
+// commit, cleans old temp files, reconciles tree and database, then serves
+// the unix socket until SIGTERM or SIGINT.
 //
 // Threads: main (accept loop), one per connection, the job runner, and a
 // signal thread that turns SIGTERM/SIGINT into Server::RequestStop().
@@ -14,11 +15,14 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <thread>
 
 #include "daemon.h"
+#include "fault.h"
+#include "intent.h"
 #include "jobs.h"
 #include "log.h"
 #include "nimbard/sync_config.h"
@@ -94,6 +98,11 @@ int Main(int argc, char** argv) {
   }
   LogSetDebugFile((orvel::PackageTarget() + "/etc/syncfolder.debug").c_str());
 
+  Status fault_st = fault::Configure(getenv("ORVEL_FAULT"));
+  if (!fault_st.ok()) {
+    SLOG_ERROR("%s", fault_st.ToString().c_str());
+    return 1;
+  }
   SyncConfigMgr config;
   if (config.Init() != 0) {
     SLOG_ERROR("cannot read the configuration %s", config.GetConfigPath().c_str());
@@ -126,6 +135,10 @@ int Main(int argc, char** argv) {
       SLOG_ERROR("database: %s", st.ToString().c_str());
       return 1;
     }
+    // Writes that died before their commit are taken back before anything
+    // looks at the tree.
+    st = RecoverIntents(d->layout, store.get());
+    if (!st.ok()) SLOG_ERROR("recovering interrupted writes: %s", st.ToString().c_str());
   }
   // Listen first: clients that connect during reconciliation wait in the
   // backlog and are served once it is done.
@@ -166,6 +179,7 @@ int Main(int argc, char** argv) {
   }
   d->tasks = &tasks;
   tasks.Start();
+  fault::Arm();
   std::atomic<bool> signalled{false};
   std::thread waiter([&server, &signalled, set] {
     for (;;) {

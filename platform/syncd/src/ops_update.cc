@@ -5,10 +5,12 @@
 //
 // Order, for crash safety: new content is decoded or copied into @tmp and
 // fsynced first; then under the write lock the old content is linked into
-// @versions, the entry is renamed on disk, the new content renamed into
-// place, the folder fsynced, and only then the row committed.
+// @versions, both renames (the entry's name, the new content over it) are
+// recorded (intent.h) and made, the folders fsynced, and only then the row
+// committed. A failure or a crash before the commit takes the renames back.
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <climits>
@@ -16,6 +18,7 @@
 #include <ctime>
 
 #include "access.h"
+#include "intent.h"
 #include "mime.h"
 #include "nimbard/platform.h"
 #include "ops_browse.h"
@@ -138,8 +141,9 @@ Status CheckRole(RequestContext& ctx, const UpdateArgs& a, const PObject& args, 
   return Status::OK();
 }
 
-// Renames the entry on disk; the row is changed by the caller.
-Status RenameOnDisk(RequestContext& ctx, Access* item, const std::string& name) {
+// Adds the rename of the entry to intent and gives item its new name; the
+// row is changed by the caller.
+Status PlanRename(RequestContext& ctx, Access* item, const std::string& name, RenameIntent* intent) {
   ORVEL_RETURN_IF_ERROR(ValidateName(name));
   Node other;
   Status st = ctx.store->GetChild(item->node.parent_id, name, &other);
@@ -148,11 +152,9 @@ Status RenameOnDisk(RequestContext& ctx, Access* item, const std::string& name) 
   if (st.code() != kErrNotFound) return st;
   std::string from = AccessDiskPath(ctx.d->layout, *item);
   std::string to = from.substr(0, from.find_last_of('/') + 1) + name;
-  if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) != 0) {
-    if (errno == EEXIST) return Status(kErrNameExists, "name already exists: " + view);
-    return FsError("rename", from + " -> " + to, errno);
-  }
-  ORVEL_RETURN_IF_ERROR(FsyncDir(to.substr(0, to.find_last_of('/'))));
+  struct stat on_disk;
+  if (lstat(to.c_str(), &on_disk) == 0) return Status(kErrNameExists, "name already exists: " + view);
+  intent->Add(from, to);
   item->node.name = name;
   item->components.back() = name;
   item->view_path = view;
@@ -172,7 +174,7 @@ Status ApplyMarks(RequestContext& ctx, const PObject& args, const Access& item) 
   return tx.Commit();
 }
 
-Status Commit(RequestContext& ctx, Node& n, const Revision* rev) {
+Status Commit(RequestContext& ctx, Node& n, const Revision* rev, RenameIntent* intent) {
   Transaction tx(ctx.store.get(), true);
   ORVEL_RETURN_IF_ERROR(tx.status());
   ORVEL_RETURN_IF_ERROR(ctx.store->NextChange(&n.sync_id));
@@ -183,7 +185,10 @@ Status Commit(RequestContext& ctx, Node& n, const Revision* rev) {
   }
   ORVEL_RETURN_IF_ERROR(ctx.store->Update(n));
   if (!n.parent_id.empty()) ORVEL_RETURN_IF_ERROR(ctx.store->TouchAncestors(n.parent_id, n.sync_id));
-  return tx.Commit();
+  ORVEL_RETURN_IF_ERROR(intent->Drop());
+  ORVEL_RETURN_IF_ERROR(tx.Commit());
+  intent->Committed();
+  return Status::OK();
 }
 
 // The locked part: disk steps, then the row.
@@ -194,16 +199,24 @@ Status ApplyUnderLock(RequestContext& ctx, const UpdateArgs& a, NewContent* cont
   item->node = fresh;
   Node& n = item->node;
   int64_t now = time(nullptr);
-  if (a.has_name && a.name != n.name) ORVEL_RETURN_IF_ERROR(RenameOnDisk(ctx, item, a.name));
+  // Both renames (name, content) are recorded first; a failure or a crash
+  // before the commit takes them back (intent.h).
+  RenameIntent intent(ctx.d->layout, ctx.store.get());
+  const std::string before = AccessDiskPath(ctx.d->layout, *item);
+  if (a.has_name && a.name != n.name) ORVEL_RETURN_IF_ERROR(PlanRename(ctx, item, a.name, &intent));
   std::string dest = AccessDiskPath(ctx.d->layout, *item);
   std::unique_ptr<Revision> rev;
-  if (content && !content->path.empty()) {
+  const bool new_content = content && !content->path.empty();
+  if (new_content) {
     if (!n.hash.empty() && n.hash != content->hash) {
-      ORVEL_RETURN_IF_ERROR(LinkDurable(dest, ctx.d->layout.versions + "/" + n.hash));
+      ORVEL_RETURN_IF_ERROR(LinkDurable(before, ctx.d->layout.versions + "/" + n.hash));
       rev = std::make_unique<Revision>(Revision{n.file_id, n.sync_id, n.size, n.modified_time, n.hash});
     }
-    ORVEL_RETURN_IF_ERROR(RenameDurable(content->path, dest));
-    content->guard->Cancel();
+    intent.Add(content->path, dest, true);
+  }
+  ORVEL_RETURN_IF_ERROR(intent.Record());
+  ORVEL_RETURN_IF_ERROR(intent.Apply());
+  if (new_content) {
     n.size = content->size;
     n.hash = content->hash;
     n.modified_time = now;
@@ -218,7 +231,9 @@ Status ApplyUnderLock(RequestContext& ctx, const UpdateArgs& a, NewContent* cont
   if (a.has_encrypted) n.encrypted = a.encrypted;
   if (!a.properties.empty()) n.properties = a.properties;
   n.change_time = now;
-  return Commit(ctx, n, rev.get());
+  ORVEL_RETURN_IF_ERROR(Commit(ctx, n, rev.get(), &intent));
+  if (new_content) content->guard->Cancel();
+  return Status::OK();
 }
 
 }  // namespace

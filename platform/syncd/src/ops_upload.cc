@@ -6,8 +6,10 @@
 // into @tmp and fsync when it lies on another file system), then under the
 // write lock: resolve the parent, apply the conflict policy, keep the old
 // content under @versions (overwrite_server), rename into place, fsync the
-// folder, and only then commit the row. A crash before the commit leaves a
-// file that start-up reconciliation indexes; nothing acknowledged is lost.
+// folder, and only then commit the row. A failure before the commit takes
+// the rename back. A crash before the commit leaves a new file that start-up
+// reconciliation indexes, or (a replaced file) a record from which start-up
+// puts the old file back (intent.h); nothing acknowledged is lost.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -19,6 +21,7 @@
 #include <functional>
 
 #include "access.h"
+#include "intent.h"
 #include "item.h"
 #include "log.h"
 #include "mime.h"
@@ -191,16 +194,6 @@ bool DiskEntryExists(const std::string& path) {
   return lstat(path.c_str(), &st) == 0;
 }
 
-// rename(from, to) that never replaces an existing entry.
-Status RenameNoReplace(const std::string& from, const std::string& to) {
-  if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) != 0) {
-    if (errno == EEXIST) return Status(kErrNameExists, "name already exists: " + to);
-    return FsError("rename", from + " -> " + to, errno);
-  }
-  ORVEL_RETURN_IF_ERROR(FsyncDir(to.substr(0, to.find_last_of('/'))));
-  return FsyncDir(from.substr(0, from.find_last_of('/')));
-}
-
 // The renamed file must be the one that was hashed.
 Status CheckSameInode(const Staged& s, const std::string& dest) {
   struct stat st;
@@ -267,8 +260,8 @@ void ApplyMetadata(const UploadArgs& a, Node* n) {
 // marks of the request.
 using CommitHook = std::function<Status(const Node&)>;
 
-// Commits a new row for t->name (already on disk); undoes the disk entry if
-// the commit fails.
+// Commits a new row for t->name (already on disk at dest); the caller takes
+// the disk entry back if it fails.
 Status CommitNew(Store* store, const Target& t, Node* n, const std::string& dest, const CommitHook& hook) {
   Transaction tx(store, true);
   Status st = tx.status();
@@ -278,10 +271,7 @@ Status CommitNew(Store* store, const Target& t, Node* n, const std::string& dest
   if (st.ok()) st = store->TouchAncestors(t.parent.node.file_id, n->sync_id);
   if (st.ok()) st = hook(*n);
   if (st.ok()) st = tx.Commit();
-  if (!st.ok()) {
-    SLOG_ERROR("upload: commit of %s failed, removing it: %s", dest.c_str(), st.ToString().c_str());
-    RemoveTree(dest);
-  }
+  if (!st.ok()) SLOG_ERROR("upload: commit of %s failed, taking it back: %s", dest.c_str(), st.ToString().c_str());
   return st;
 }
 
@@ -305,7 +295,11 @@ Status StoreFolder(Daemon& d, Store* store, const UploadArgs& a, const Target& t
   n.modified_time = a.mtime ? a.mtime : now;
   n.change_time = now;
   ApplyMetadata(a, &n);
-  ORVEL_RETURN_IF_ERROR(CommitNew(store, t, &n, dest, hook));
+  Status st = CommitNew(store, t, &n, dest, hook);
+  if (!st.ok()) {
+    RemoveTree(dest);
+    return st;
+  }
   *out = n;
   return Status::OK();
 }
@@ -320,8 +314,10 @@ Status StoreFile(Daemon& d, Store* store, const UploadArgs& a, const Target& t, 
     bool keep = a.policy == "overwrite_server" && n.hash != s->hash && !n.hash.empty();
     if (keep) ORVEL_RETURN_IF_ERROR(LinkDurable(dest, d.layout.versions + "/" + n.hash));
     ORVEL_RETURN_IF_ERROR(TakeOwnership(*s));
-    ORVEL_RETURN_IF_ERROR(RenameDurable(s->path, dest));
-    if (s->copy) s->copy->Cancel();
+    RenameIntent intent(d.layout, store);  // a failure or crash puts the old file back
+    intent.Add(s->path, dest, true);
+    ORVEL_RETURN_IF_ERROR(intent.Record());
+    ORVEL_RETURN_IF_ERROR(intent.Apply());
     ORVEL_RETURN_IF_ERROR(CheckSameInode(*s, dest));
     Revision rev{n.file_id, n.sync_id, n.size, n.modified_time, n.hash};
     n.size = static_cast<uint64_t>(s->st.st_size);
@@ -342,18 +338,21 @@ Status StoreFile(Daemon& d, Store* store, const UploadArgs& a, const Target& t, 
     ORVEL_RETURN_IF_ERROR(store->Update(n));
     ORVEL_RETURN_IF_ERROR(store->TouchAncestors(t.parent.node.file_id, n.sync_id));
     ORVEL_RETURN_IF_ERROR(hook(n));
+    ORVEL_RETURN_IF_ERROR(intent.Drop());
     ORVEL_RETURN_IF_ERROR(tx.Commit());
+    intent.Committed();
+    if (s->copy) s->copy->Cancel();
     *out = n;
     return Status::OK();
   }
   ORVEL_RETURN_IF_ERROR(TakeOwnership(*s));
-  ORVEL_RETURN_IF_ERROR(RenameNoReplace(s->path, dest));
-  if (s->copy) s->copy->Cancel();
-  Status st = CheckSameInode(*s, dest);
-  if (!st.ok()) {
-    RemoveTree(dest);
-    return st;
-  }
+  // A new name needs no record: after a crash reconciliation indexes the
+  // whole file; a failure here takes it back.
+  RenameIntent intent(d.layout, nullptr);
+  intent.Add(s->path, dest);
+  ORVEL_RETURN_IF_ERROR(intent.Record());
+  ORVEL_RETURN_IF_ERROR(intent.Apply());
+  ORVEL_RETURN_IF_ERROR(CheckSameInode(*s, dest));
   n.file_id = NewFileId();
   n.parent_id = t.parent.node.file_id;
   n.owner = t.parent.node.owner;
@@ -369,6 +368,8 @@ Status StoreFile(Daemon& d, Store* store, const UploadArgs& a, const Target& t, 
   n.change_time = now;
   ApplyMetadata(a, &n);
   ORVEL_RETURN_IF_ERROR(CommitNew(store, t, &n, dest, hook));
+  intent.Committed();
+  if (s->copy) s->copy->Cancel();
   *out = n;
   return Status::OK();
 }

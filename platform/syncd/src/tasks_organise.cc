@@ -12,6 +12,7 @@
 
 #include "dispatch.h"
 #include "item.h"
+#include "jobs.h"
 #include "log.h"
 #include "tasks.h"
 #include "transfer.h"
@@ -146,7 +147,11 @@ Status RunDelete(TaskContext& ctx) {
       view = src.node.removed ? "id:" + ids[i] : src.ViewPath();
       ORVEL_RETURN_IF_ERROR(DeleteItem(*ctx.d, store.get(), src, permanent, trash));
     }
-    ORVEL_RETURN_IF_ERROR(RemoveTree(trash));
+    // The delete is committed: a trash that cannot be removed now goes to
+    // the unlink job queue instead of failing the task.
+    Status removed = RemoveTree(trash);
+    if (!removed.ok() && ctx.d->jobs) removed = ctx.d->jobs->PushUnlink(trash, 0);
+    if (!removed.ok()) SLOG_WARN("delete: %s", removed.ToString().c_str());
     PObject e = PObject::MakeMap();
     e["source"] = view;
     e["file_id"] = ids[i];

@@ -1,7 +1,8 @@
 // transfer_place: the steps of transfer.h that change the visible tree:
-// placing a staged item, moving and deleting. Each renames on disk first
-// (the folder fsynced), then commits the rows in one transaction, and undoes
-// the rename when the commit fails. The caller holds Daemon::write_mu.
+// placing a staged item, moving and deleting. Each records its renames
+// (intent.h), renames on disk (the folders fsynced), then commits the rows in
+// one transaction; a failure or a crash before the commit takes the renames
+// back. The caller holds Daemon::write_mu.
 #include <fcntl.h>
 #include <stdio.h>
 #include <sys/stat.h>
@@ -12,6 +13,8 @@
 #include <cstring>
 #include <ctime>
 
+#include "fault.h"
+#include "intent.h"
 #include "log.h"
 #include "mime.h"
 #include "transfer.h"
@@ -37,17 +40,6 @@ Resolved Child(const Resolved& parent, const Node& node) {
 bool OnDisk(const std::string& path) {
   struct stat st;
   return lstat(path.c_str(), &st) == 0;
-}
-
-Status RenameNoReplace(const std::string& from, const std::string& to) {
-  if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) != 0) {
-    if (errno == EEXIST) return Status(kErrNameExists, "name already exists: " + to);
-    return FsError("rename", from + " -> " + to, errno);
-  }
-  std::string to_dir = to.substr(0, to.find_last_of('/'));
-  std::string from_dir = from.substr(0, from.find_last_of('/'));
-  ORVEL_RETURN_IF_ERROR(FsyncDir(to_dir));
-  return from_dir == to_dir ? Status::OK() : FsyncDir(from_dir);
 }
 
 // The name to use in dest for `name` under policy p: sets *existing when
@@ -99,7 +91,11 @@ Status InsertRows(Store* store, StagedNode& item, uint64_t seq) {
 Status PlaceNew(Daemon& d, Store* store, const Resolved& dest, StagedNode& item,
                 const std::string& temp, const std::string& name, PlaceOutcome* out) {
   const std::string target = DiskOf(d, dest) + "/" + name;
-  ORVEL_RETURN_IF_ERROR(RenameNoReplace(temp, target));
+  RenameIntent intent(d.layout, store);
+  intent.Add(temp, target);
+  ORVEL_RETURN_IF_ERROR(intent.Record());
+  ORVEL_RETURN_IF_ERROR(intent.Apply());
+  fault::Point("point.place.renamed");
   item.row.name = name;
   item.row.parent_id = dest.node.file_id;
   item.row.owner = dest.node.owner;
@@ -110,12 +106,13 @@ Status PlaceNew(Daemon& d, Store* store, const Resolved& dest, StagedNode& item,
   if (st.ok()) st = store->NextChange(&seq);
   if (st.ok()) st = InsertRows(store, item, seq);
   if (st.ok()) st = store->TouchAncestors(dest.node.file_id, seq);
+  if (st.ok()) st = intent.Drop();
   if (st.ok()) st = tx.Commit();
   if (!st.ok()) {
-    SLOG_ERROR("placing %s failed, removing it: %s", target.c_str(), st.ToString().c_str());
-    RemoveTree(target);
+    SLOG_ERROR("placing %s failed, taking it back: %s", target.c_str(), st.ToString().c_str());
     return st;
   }
+  intent.Committed();
   out->node = item.row;
   out->components = dest.components;
   out->components.push_back(name);
@@ -129,7 +126,10 @@ Status ReplaceContent(Daemon& d, Store* store, const Resolved& dest, Node existi
   const std::string target = DiskOf(d, dest) + "/" + existing.name;
   bool keep = keep_revision && !existing.hash.empty() && existing.hash != incoming.hash;
   if (keep) ORVEL_RETURN_IF_ERROR(LinkDurable(target, d.layout.versions + "/" + existing.hash));
-  ORVEL_RETURN_IF_ERROR(RenameDurable(from, target));
+  RenameIntent intent(d.layout, store);
+  intent.Add(from, target, true);
+  ORVEL_RETURN_IF_ERROR(intent.Record());
+  ORVEL_RETURN_IF_ERROR(intent.Apply());
   Revision rev{existing.file_id, existing.sync_id, existing.size, existing.modified_time, existing.hash};
   existing.size = incoming.size;
   existing.hash = incoming.hash;
@@ -146,7 +146,9 @@ Status ReplaceContent(Daemon& d, Store* store, const Resolved& dest, Node existi
   ORVEL_RETURN_IF_ERROR(store->Update(existing));
   if (!drop_id.empty()) ORVEL_RETURN_IF_ERROR(store->Purge(drop_id));
   ORVEL_RETURN_IF_ERROR(store->TouchAncestors(dest.node.file_id, existing.sync_id));
+  ORVEL_RETURN_IF_ERROR(intent.Drop());
   ORVEL_RETURN_IF_ERROR(tx.Commit());
+  intent.Committed();
   out->node = existing;
   out->components = dest.components;
   out->components.push_back(existing.name);
@@ -230,7 +232,10 @@ Status MoveItem(Daemon& d, Store* store, const Resolved& src, const Resolved& de
     return Status::OK();
   }
   const std::string to = DiskOf(d, dest) + "/" + chosen;
-  ORVEL_RETURN_IF_ERROR(RenameNoReplace(from, to));
+  RenameIntent intent(d.layout, store);
+  intent.Add(from, to);
+  ORVEL_RETURN_IF_ERROR(intent.Record());
+  ORVEL_RETURN_IF_ERROR(intent.Apply());
   Node n = src.node;
   n.parent_id = dest.node.file_id;
   n.name = chosen;
@@ -246,12 +251,10 @@ Status MoveItem(Daemon& d, Store* store, const Resolved& src, const Resolved& de
   if (st.ok()) st = store->Update(n);
   if (st.ok()) st = store->TouchAncestors(src.node.parent_id, n.sync_id);
   if (st.ok()) st = store->TouchAncestors(dest.node.file_id, n.sync_id);
+  if (st.ok()) st = intent.Drop();
   if (st.ok()) st = tx.Commit();
-  if (!st.ok()) {
-    if (rename(to.c_str(), from.c_str()) != 0)
-      SLOG_ERROR("move of %s: undoing the rename failed: %s", from.c_str(), strerror(errno));
-    return st;
-  }
+  if (!st.ok()) return st;  // the intent takes the rename back
+  intent.Committed();
   out->node = n;
   out->components = dest.components;
   out->components.push_back(chosen);
@@ -281,11 +284,11 @@ Status DeleteItem(Daemon& d, Store* store, const Resolved& src, bool permanent,
   const std::string from = in_bin ? d.layout.recycle + "/" + src.node.file_id : DiskOf(d, src);
   if (in_bin && !permanent) return Status::OK();  // already there
   const std::string to = permanent ? trash_temp : d.layout.recycle + "/" + src.node.file_id;
-  bool gone = false;
-  if (!OnDisk(from)) {
-    gone = true;  // its file vanished: only the rows go
-  } else {
-    ORVEL_RETURN_IF_ERROR(RenameDurable(from, to));
+  RenameIntent intent(d.layout, store);
+  if (OnDisk(from)) {  // else its file vanished: only the rows go
+    intent.Add(from, to);
+    ORVEL_RETURN_IF_ERROR(intent.Record());
+    ORVEL_RETURN_IF_ERROR(intent.Apply());
   }
   int64_t now = time(nullptr);
   Transaction tx(store, true);
@@ -294,12 +297,10 @@ Status DeleteItem(Daemon& d, Store* store, const Resolved& src, bool permanent,
   if (st.ok()) st = store->NextChange(&seq);
   if (st.ok()) st = permanent ? store->Purge(src.node.file_id) : MarkRemoved(store, src.node, now);
   if (st.ok()) st = store->TouchAncestors(src.node.parent_id, seq);
+  if (st.ok()) st = intent.Drop();
   if (st.ok()) st = tx.Commit();
-  if (!st.ok()) {
-    if (!gone && rename(to.c_str(), from.c_str()) != 0)
-      SLOG_ERROR("delete of %s: undoing the rename failed: %s", from.c_str(), strerror(errno));
-    return st;
-  }
+  if (!st.ok()) return st;  // the intent takes the rename back
+  intent.Committed();
   return Status::OK();
 }
 

@@ -7,9 +7,11 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <vector>
 
+#include "fault.h"
 #include "nimbard/sha256.h"
 
 namespace orvel::syncd {
@@ -126,6 +128,7 @@ TempPathGuard::~TempPathGuard() {
 }
 
 Status FsyncFd(int fd, const std::string& path_for_errors) {
+  if (int e = fault::Check("fs.fsync")) return FsError("fsync", path_for_errors, e);
   while (fsync(fd) != 0) {
     if (errno != EINTR) return FsError("fsync", path_for_errors, errno);
   }
@@ -139,16 +142,20 @@ Status FsyncDir(const std::string& dir) {
 }
 
 Status MakeDirDurable(const std::string& path, mode_t mode) {
-  if (mkdir(path.c_str(), mode) != 0) {
-    if (errno == EEXIST) return Status(kErrNameExists, "exists: " + path);
-    return FsError("mkdir", path, errno);
+  int e = fault::Check("fs.mkdir");
+  if (e != 0 || mkdir(path.c_str(), mode) != 0) {
+    if (e == 0 && errno == EEXIST) return Status(kErrNameExists, "exists: " + path);
+    return FsError("mkdir", path, e ? e : errno);
   }
   chmod(path.c_str(), mode);  // umask-independent mode
-  return FsyncDir(DirOf(path));
+  Status st = FsyncDir(DirOf(path));
+  if (!st.ok()) rmdir(path.c_str());  // not durable: not made
+  return st;
 }
 
 Status RenameDurable(const std::string& from, const std::string& to, bool* cross_device) {
   if (cross_device) *cross_device = false;
+  if (int e = fault::Check("fs.rename")) return FsError("rename", from + " -> " + to, e);
   if (rename(from.c_str(), to.c_str()) != 0) {
     if (errno == EXDEV && cross_device) *cross_device = true;
     return FsError("rename", from + " -> " + to, errno);
@@ -158,7 +165,19 @@ Status RenameDurable(const std::string& from, const std::string& to, bool* cross
   return Status::OK();
 }
 
+Status RenameNoReplaceDurable(const std::string& from, const std::string& to) {
+  if (int e = fault::Check("fs.rename")) return FsError("rename", from + " -> " + to, e);
+  if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) != 0) {
+    if (errno == EEXIST) return Status(kErrNameExists, "name already exists: " + to);
+    return FsError("rename", from + " -> " + to, errno);
+  }
+  ORVEL_RETURN_IF_ERROR(FsyncDir(DirOf(to)));
+  if (DirOf(from) != DirOf(to)) ORVEL_RETURN_IF_ERROR(FsyncDir(DirOf(from)));
+  return Status::OK();
+}
+
 Status LinkDurable(const std::string& from, const std::string& to) {
+  if (int e = fault::Check("fs.link")) return FsError("link", from + " -> " + to, e);
   if (link(from.c_str(), to.c_str()) != 0) {
     if (errno == EEXIST) return Status::OK();
     return FsError("link", from + " -> " + to, errno);
@@ -182,6 +201,7 @@ Status CopyToTemp(int src_fd, const std::string& dir, std::string* out) {
     if (r < 0 && errno == EINTR) continue;
     if (r < 0) return FsError("read", "upload source", errno);
     if (r == 0) break;
+    if (int e = fault::Check("fs.write")) return FsError("write", path, e);
     for (ssize_t off = 0; off < r;) {
       ssize_t w = write(dst.get(), block.data() + off, r - off);
       if (w < 0 && errno == EINTR) continue;
@@ -244,6 +264,7 @@ Status RemoveContents(int dfd, const std::string& path) {
 }  // namespace
 
 Status RemoveTree(const std::string& path) {
+  if (int e = fault::Check("fs.remove")) return FsError("unlink", path, e);
   if (unlink(path.c_str()) == 0 || errno == ENOENT) return Status::OK();
   if (errno != EISDIR && errno != EPERM) return FsError("unlink", path, errno);
   int fd = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);

@@ -2,7 +2,8 @@
 // layout, and the durable file-system steps every write is made of (temp file
 // in @tmp, fsync, rename, fsync of the folder). errno becomes a Status in
 // exactly one place here (FsError), with the operation and path attached;
-// every call retries EINTR. Stateless and thread-safe.
+// every call retries EINTR. Each durable step passes the fault-injection
+// seam (fault.h) once. Stateless and thread-safe.
 #pragma once
 
 #include <sys/types.h>
@@ -89,11 +90,15 @@ class TempPathGuard {
 Status FsyncFd(int fd, const std::string& path_for_errors);
 Status FsyncDir(const std::string& dir);
 // mkdir(path, mode) and fsync of its parent; kErrNameExists when it exists.
+// A folder whose parent could not be fsynced is removed again.
 Status MakeDirDurable(const std::string& path, mode_t mode);
 // rename(from, to), then fsync of the folder of `to` (and of `from` when it
 // is another folder). kErrStorage with the errno text; EXDEV is returned as
 // is (Status code kErrStorage, message starting "EXDEV") via *cross_device.
 Status RenameDurable(const std::string& from, const std::string& to, bool* cross_device = nullptr);
+// rename(from, to) with RENAME_NOREPLACE (kErrNameExists "name already
+// exists: <to>" when `to` exists), then fsync of both folders.
+Status RenameNoReplaceDurable(const std::string& from, const std::string& to);
 // Links from -> to (hard link), then fsyncs the folder of `to`. EEXIST is
 // not an error (content-addressed targets).
 Status LinkDurable(const std::string& from, const std::string& to);

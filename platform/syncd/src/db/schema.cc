@@ -107,12 +107,21 @@ Status Exec(sqlite3* db, const char* sql) {
   return Status::OK();
 }
 
+// Undo records of writes that rename entries before their commit (intent.h).
+const char kV22[] = R"SQL(
+CREATE TABLE intents (
+  id INTEGER PRIMARY KEY,
+  steps BLOB NOT NULL
+);
+)SQL";
+
 }  // namespace
 
 const std::vector<Migration>& SqliteMigrations() {
   static const std::vector<Migration> kAll = {{1, kV1}, {2, kV2}, {3, kV3},
                                               {10, kBrowseSchemaV10}, {11, kBrowseSchemaV11},
-                                              {20, kTasksMigrationSql}, {21, kBrowseSchemaV21}};
+                                              {20, kTasksMigrationSql}, {21, kBrowseSchemaV21},
+                                              {22, kV22}};
   return kAll;
 }
 

@@ -5,6 +5,7 @@
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <cstring>
 #include <unordered_map>
 
 #include "db/browse_store.h"
@@ -13,6 +14,7 @@
 #include "db/schema.h"
 #include "db/sqlite_rows.h"
 #include "db/store.h"
+#include "fault.h"
 
 namespace orvel::syncd {
 namespace {
@@ -53,6 +55,10 @@ class SqliteStore : public Store {
     return Exec(write ? "BEGIN IMMEDIATE" : "BEGIN");
   }
   Status Commit() override {
+    if (int e = fault::Check("db.commit")) {
+      Exec("ROLLBACK");
+      return Status(kErrStorage, std::string("COMMIT: ") + strerror(e));
+    }
     Status st = Exec("COMMIT");
     if (!st.ok() && !sqlite3_get_autocommit(db_)) Exec("ROLLBACK");
     return st;
@@ -277,6 +283,25 @@ class SqliteStore : public Store {
     Stmt s = Prepare("DELETE FROM unlink_jobs WHERE id = ?1");
     s.Bind(1, id);
     return s.Run();
+  }
+  Status AddIntent(const std::string& steps, int64_t* id) override {
+    Stmt s = Prepare("INSERT INTO intents (steps) VALUES (?1)");
+    s.Blob(1, steps);
+    ORVEL_RETURN_IF_ERROR(s.Run());
+    *id = sqlite3_last_insert_rowid(db_);
+    return Status::OK();
+  }
+  Status DropIntent(int64_t id) override {
+    Stmt s = Prepare("DELETE FROM intents WHERE id = ?1");
+    s.Bind(1, id);
+    return s.Run();
+  }
+  Status ListIntents(std::vector<std::pair<int64_t, std::string>>* out) override {
+    out->clear();
+    Stmt s = Prepare("SELECT id, steps FROM intents ORDER BY id");
+    Status st;
+    while (s.Step(&st)) out->emplace_back(s.Int(0), s.Text(1));
+    return st;
   }
   Status NextUnlinkDelay(int64_t now, int64_t* seconds) override {
     Stmt s = Prepare("SELECT MIN(not_before) FROM unlink_jobs");

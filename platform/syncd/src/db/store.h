@@ -15,6 +15,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "nimbard/status.h"
@@ -125,6 +126,12 @@ class Store {
   virtual Status DeleteUnlink(int64_t id) = 0;
   // Seconds until the next job is due (-1 when the queue is empty).
   virtual Status NextUnlinkDelay(int64_t now, int64_t* seconds) = 0;
+
+  // Undo records of writes that rename before they commit (intent.h); the
+  // steps are an opaque blob. ListIntents answers the oldest first.
+  virtual Status AddIntent(const std::string& steps, int64_t* id) = 0;
+  virtual Status DropIntent(int64_t id) = 0;
+  virtual Status ListIntents(std::vector<std::pair<int64_t, std::string>>* out) = 0;
 
   virtual Status Stats(StoreStats* out) = 0;
 
