@@ -133,7 +133,9 @@ class CrashWalkTest : public SyncdTest,
     bool reached = ReadAll(root_ + "/syncd.log").find("fault injected at", log_from) != std::string::npos;
     if (reached && std::string(action) == "kill") {
       int ws = 0;
-      if (pid_ > 0) EXPECT_EQ(waitpid(pid_, &ws, 0), pid_);
+      if (pid_ > 0) {
+        EXPECT_EQ(waitpid(pid_, &ws, 0), pid_);
+      }
       EXPECT_TRUE(pid_ <= 0 || (WIFSIGNALED(ws) && WTERMSIG(ws) == SIGKILL)) << "wait status " << ws;
       pid_ = -1;
     } else {

@@ -259,12 +259,37 @@ TEST_F(TransferTasksTest, RestartFailsInterruptedCopiesAndRedoesStaging) {
   EXPECT_EQ(copy["state"].asString(), "failed");
   EXPECT_EQ(copy["error"]["code"].asInt64(), kErrTaskFailed);
   EXPECT_EQ(copy["error"]["message"].asString(),
-            "task interrupted by a service restart after 1 of 3 items; finished items are kept");
+            "task interrupted by a service restart after 1 of 3 items; finished items are kept, the item in progress was taken back");
   EXPECT_FALSE(Exists(Tmp() + "/task-c0ffee-copy-0"));
   PObject dl = WaitTask("alice", "d0wn");
   EXPECT_EQ(dl["state"].asString(), "finished") << dl.toJsonString();
   EXPECT_EQ(dl["attempts"].asInt64(), 2);
   EXPECT_EQ(ReadAll(dl["result"]["path"].asString() + "/src/sub/b.txt"), "bravo!");
+}
+
+// Downloads hand out hard links in @tmp; content deleted for good must not
+// stay reachable through them.
+TEST_F(TransferTasksTest, PermanentDeleteRemovesDownloadLinksOfItsContent) {
+  MakeTree();
+  Put("/mydrive/keep.txt", "keep");
+  PObject args = PObject::MakeMap();
+  args["files"] = Strings({"/mydrive/src", "/mydrive/keep.txt"});
+  PObject staged = RunTask("alice", "download", args);
+  ASSERT_EQ(staged["state"].asString(), "finished") << staged.toJsonString();
+  const std::string staging = staged["result"]["path"].asString();
+  ASSERT_EQ(system(("mkdir '" + Tmp() + "/download-one'").c_str()), 0);
+  PObject one = PObject::MakeMap();
+  one["files"] = Strings({"/mydrive/src/a.txt"});
+  one["temp_dir"] = Tmp() + "/download-one";
+  ASSERT_EQ(Call("alice", "download", one, nullptr), 0) << last_message_;
+  ASSERT_EQ(ReadAll(Tmp() + "/download-one/a.txt"), "alpha");
+
+  PObject t = RunTask("alice", "delete", DeleteArgs({"/mydrive/src"}, true));
+  ASSERT_EQ(t["state"].asString(), "finished") << t.toJsonString();
+  EXPECT_FALSE(Exists(Tmp() + "/download-one/a.txt"));
+  EXPECT_FALSE(Exists(staging + "/src/a.txt"));
+  EXPECT_FALSE(Exists(staging + "/src/sub/b.txt"));
+  EXPECT_EQ(ReadAll(staging + "/keep.txt"), "keep") << "links of live content stay";
 }
 
 TEST_F(TransferTasksTest, OrvelctlListsShowsAndCancelsTasks) {

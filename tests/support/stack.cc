@@ -273,7 +273,7 @@ int TestStack::StartHttp() {
   return http_port_;
 }
 
-void TestStack::StartDaemon() {
+void TestStack::StartDaemon(const std::vector<std::string>& extra_env) {
   if (daemon_pid_ > 0) return;
   const std::string log = root_ + kTarget + "/var/syncd-test.log";
   pid_t pid = ::fork();
@@ -284,6 +284,7 @@ void TestStack::StartDaemon() {
       ::dup2(fd, 2);
     }
     std::vector<std::string> env = BaseEnv(root_);
+    env.insert(env.end(), extra_env.begin(), extra_env.end());
     std::vector<char*> e;
     for (auto& s : env) e.push_back(s.data());
     e.push_back(nullptr);
@@ -304,6 +305,14 @@ void TestStack::StartDaemon() {
     std::this_thread::sleep_for(std::chrono::milliseconds(25));
   }
   ADD_FAILURE() << "orvel-syncd did not open its socket in 10 s";
+}
+
+int TestStack::WaitDaemonExit() {
+  if (daemon_pid_ <= 0) return -1;
+  int status = 0;
+  ::waitpid(daemon_pid_, &status, 0);
+  daemon_pid_ = -1;
+  return status;
 }
 
 void TestStack::StopDaemon() {

@@ -99,9 +99,13 @@ class TestStack {
   int StartHttp();
   int http_port() const { return http_port_; }
 
-  void StartDaemon();
+  // extra_env: "NAME=value" entries added to the daemon's environment
+  // (e.g. ORVEL_FAULT, see docs/daemon.md).
+  void StartDaemon(const std::vector<std::string>& extra_env = {});
   void StopDaemon();  // SIGTERM and wait
   void KillDaemon();  // SIGKILL and wait
+  // Waits for a daemon that ends by itself (a fault point); its wait status.
+  int WaitDaemonExit();
   pid_t daemon_pid() const { return daemon_pid_; }
 
  private:

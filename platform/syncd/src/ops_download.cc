@@ -11,6 +11,7 @@
 #include <cerrno>
 
 #include "jobs.h"
+#include "log.h"
 #include "ops_transfer.h"
 #include "tasks.h"
 #include "transfer.h"
@@ -19,6 +20,9 @@ namespace orvel::syncd {
 namespace {
 
 constexpr int64_t kResultWaitMs = 280 * 1000;  // under the client's 300 s time-out
+// A handed-out staging is the module's to remove after its stream; if the
+// module never gets there (killed mid-stream), the daemon removes it then.
+constexpr unsigned kStagingKeepSeconds = 6 * 3600;
 
 Status ReadSelection(RequestContext& ctx, const PObject& args, std::vector<Resolved>* items) {
   std::vector<std::string> files;
@@ -117,6 +121,10 @@ Status OpDownloadTaskResult(RequestContext& ctx, const PObject& args, PObject* r
   struct stat st;
   if (path.empty() || lstat(path.c_str(), &st) != 0)
     return Status(kErrNotFound, "the download of task " + row.task_id + " is no longer available");
+  if (ctx.d->jobs) {
+    Status queued = ctx.d->jobs->PushUnlink(path, kStagingKeepSeconds);
+    if (!queued.ok()) SLOG_WARN("download %s: %s", row.task_id.c_str(), queued.ToString().c_str());
+  }
   (*result)["path"] = path;
   return Status::OK();
 }

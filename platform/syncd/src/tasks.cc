@@ -105,7 +105,7 @@ Status TaskRunner::Open() {
     std::string msg = r.cancel_requested
                           ? "task cancelled"
                           : "task interrupted by a service restart after " + std::to_string(r.done) +
-                                " of " + std::to_string(r.total) + " items; finished items are kept";
+                                " of " + std::to_string(r.total) + " items; finished items are kept, the item in progress was taken back";
     SLOG_INFO("task %s (%s): %s", r.task_id.c_str(), r.kind.c_str(), msg.c_str());
     ORVEL_RETURN_IF_ERROR(store_->Finish(r.task_id, r.cancel_requested ? "cancelled" : "failed",
                                          r.result, r.cancel_requested ? kErrTaskCancelled : kErrTaskFailed,

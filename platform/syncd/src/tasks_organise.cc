@@ -15,6 +15,7 @@
 #include "jobs.h"
 #include "log.h"
 #include "tasks.h"
+#include "tmp_sweep.h"
 #include "transfer.h"
 
 namespace orvel::syncd {
@@ -147,11 +148,17 @@ Status RunDelete(TaskContext& ctx) {
       view = src.node.removed ? "id:" + ids[i] : src.ViewPath();
       ORVEL_RETURN_IF_ERROR(DeleteItem(*ctx.d, store.get(), src, permanent, trash));
     }
+    // Links that downloads made of what is deleted for good go too.
+    InodeSet linked;
+    if (permanent) CollectLinkedInodes(trash, &linked);
     // The delete is committed: a trash that cannot be removed now goes to
     // the unlink job queue instead of failing the task.
     Status removed = RemoveTree(trash);
     if (!removed.ok() && ctx.d->jobs) removed = ctx.d->jobs->PushUnlink(trash, 0);
     if (!removed.ok()) SLOG_WARN("delete: %s", removed.ToString().c_str());
+    uint64_t unlinked = 0;
+    if (!linked.empty()) UnlinkLinksBelow(ctx.d->layout.tmp, linked, &unlinked);
+    if (unlinked) SLOG_INFO("delete: removed %llu download links of deleted content", (unsigned long long)unlinked);
     PObject e = PObject::MakeMap();
     e["source"] = view;
     e["file_id"] = ids[i];

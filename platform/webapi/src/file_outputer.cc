@@ -48,6 +48,7 @@ int64_t CopyWithBuffer(int in, uint64_t limit, bool unlimited) {
 int SendFileBody(int fd, uint64_t size) {
   uint64_t done = 0;
   while (done < size) {
+    if (zemo::io::StopRequested()) break;
     size_t want = static_cast<size_t>(std::min<uint64_t>(size - done, 1u << 30));
     ssize_t n = ::sendfile(STDOUT_FILENO, fd, nullptr, want);
     if (n < 0 && errno == EINTR) continue;
@@ -71,6 +72,10 @@ int SendFileBody(int fd, uint64_t size) {
 // Moves a pipe's whole output to stdout.
 int SplicePipe(int in) {
   for (;;) {
+    if (zemo::io::StopRequested()) {
+      errno = EPIPE;
+      return -1;
+    }
     ssize_t n = ::splice(in, nullptr, STDOUT_FILENO, nullptr, kChunk, SPLICE_F_MOVE);
     if (n < 0 && errno == EINTR) continue;
     if (n < 0 && errno == EINVAL) return CopyWithBuffer(in, 0, true) < 0 ? -1 : 0;

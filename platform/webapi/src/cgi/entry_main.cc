@@ -13,6 +13,7 @@
 #include "cgi/cgi_output.h"
 #include "cgi/dispatcher.h"
 #include "cgi/request_flow.h"
+#include "internal/io.h"
 #include "internal/log.h"
 
 namespace {
@@ -42,6 +43,9 @@ int main() {
   WidenPipes();
   // A client that hangs up must not kill us half-way (temp files, sessions).
   ::signal(SIGPIPE, SIG_IGN);
+  // Nor a SIGTERM from the web server when the client went away: the
+  // request stops writing and unwinds, so its clean-up runs.
+  zemo::io::StopOnTerminate();
   Logger::Initialize(0, "", kDebugSwitch, 50, 1);
   ZEMO::APIResponse response;
   try {

@@ -3,6 +3,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -43,17 +44,32 @@ orvel::Status Open(const std::string& path, int flags, mode_t mode, UniqueFd* ou
   return orvel::Status::OK();
 }
 
+namespace {
+volatile sig_atomic_t g_stop = 0;
+void OnTerminate(int) { g_stop = 1; }
+}  // namespace
+
+void StopOnTerminate() {
+  struct sigaction sa = {};
+  sa.sa_handler = OnTerminate;  // no SA_RESTART: blocked calls return EINTR
+  sigemptyset(&sa.sa_mask);
+  ::sigaction(SIGTERM, &sa, nullptr);
+}
+
+bool StopRequested() { return g_stop != 0; }
+
 ssize_t ReadSome(int fd, void* buf, size_t len) {
   ssize_t n;
   do {
     n = ::read(fd, buf, len);
-  } while (n < 0 && errno == EINTR);
+  } while (n < 0 && errno == EINTR && !g_stop);
   return n;
 }
 
 orvel::Status WriteAll(int fd, const void* data, size_t len, const std::string& what) {
   const char* p = static_cast<const char*>(data);
   while (len > 0) {
+    if (g_stop) return Error("write", what, EPIPE);
     ssize_t n = ::write(fd, p, len);
     if (n < 0) {
       if (errno == EINTR) continue;

@@ -1,7 +1,8 @@
 // Low-level I/O helpers of the web API framework: a scoped file descriptor,
 // the one place where errno becomes an orvel::Status (with the operation and
 // the path attached), and read/write loops that retry EINTR and short
-// transfers. Stateless apart from the descriptors callers own; thread-safe.
+// transfers, and the stop-on-SIGTERM flag of the CGI process. Stateless
+// apart from that flag and the descriptors callers own; thread-safe.
 #pragma once
 
 #include <sys/types.h>
@@ -44,6 +45,13 @@ ssize_t ReadSome(int fd, void* buf, size_t len);
 // Writes all len bytes, retrying EINTR and short writes. what names the
 // destination in the error.
 orvel::Status WriteAll(int fd, const void* data, size_t len, const std::string& what);
+// Makes SIGTERM (what the web server sends a CGI whose client went away)
+// end the request instead of the process: the handler only sets a flag,
+// after which ReadSome and WriteAll stop retrying EINTR and fail, so that the
+// request unwinds and its clean-up (temp files, download folders) runs.
+void StopOnTerminate();
+// True once SIGTERM arrived (after StopOnTerminate).
+bool StopRequested();
 // Reads a whole (small) file into *out.
 orvel::Status ReadFile(const std::string& path, std::string* out);
 // Creates each missing folder of path (like mkdir -p) with the given mode.
