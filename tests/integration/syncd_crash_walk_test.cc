@@ -123,10 +123,13 @@ class CrashWalkTest : public SyncdTest,
   bool RunWithFault(const Op& op, int n, const char* action) {
     Restore();
     std::string spec = "at=" + std::to_string(n) + ",action=" + action;
-    setenv("ORVEL_FAULT", spec.c_str(), 1);
     size_t log_from = ReadAll(root_ + "/syncd.log").size();
-    Start();
-    unsetenv("ORVEL_FAULT");
+    {
+      // Only this daemon gets the seam, even when Start() fails.
+      setenv("ORVEL_FAULT", spec.c_str(), 1);
+      std::unique_ptr<const char, void (*)(const char*)> unset("ORVEL_FAULT", [](const char* n) { unsetenv(n); });
+      Start();
+    }
     task_id_.clear();
     Acks acks;
     op.run(this, &acks);
