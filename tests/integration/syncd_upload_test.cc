@@ -153,5 +153,79 @@ TEST_F(SyncdUploadTest, FreezeAndServiceStateRefuseWork) {
   EXPECT_EQ(admin->GetLastError(), kErrInvalidArgument);
 }
 
+// The staged file is renamed into a space, so the daemon takes it only from
+// directly inside @tmp and never through a link, even from a root peer; a
+// refused file is left where it was.
+TEST_F(SyncdUploadTest, StagedFileMustLieDirectlyInTmp) {
+  const std::string victim = root_ + "/victim.txt";
+  std::ofstream(victim) << "root's";
+  Put("/mydrive/mine.txt", "alice's");
+  PObject outside = FileRequest("/mydrive/a.txt", "root's");
+  outside["file_data_path"] = victim;
+  PObject via_link = FileRequest("/mydrive/b.txt", "root's");
+  ASSERT_EQ(symlink(victim.c_str(), (Tmp() + "/link").c_str()), 0);
+  via_link["file_data_path"] = Tmp() + "/link";
+  PObject other_home = FileRequest("/mydrive/c.txt", "alice's");
+  other_home["file_data_path"] = Home("alice") + "/mine.txt";
+  for (PObject* req : {&outside, &via_link, &other_home}) {
+    Nimbard::FileInfo info;
+    auto c = Client("bob");
+    EXPECT_NE(c->UploadFile(*req, info), 0);
+    EXPECT_EQ(c->GetLastError(), kErrInvalidArgument);
+    EXPECT_EQ(c->GetLastErrorMessage().find("file_data_path refused ("), 0u) << c->GetLastErrorMessage();
+  }
+  EXPECT_EQ(ReadAll(victim), "root's");
+  EXPECT_EQ(ReadAll(Home("alice") + "/mine.txt"), "alice's");
+  EXPECT_FALSE(Exists(Home("bob") + "/a.txt"));
+  // update_file takes new content by the same rule.
+  PObject update = PObject::MakeMap();
+  update["path"] = "/mydrive/mine.txt";
+  update["file_data_path"] = victim;
+  Nimbard::FileInfo info;
+  auto c = Client();
+  EXPECT_NE(c->UpdateFileInfo(update, info), 0);
+  EXPECT_EQ(c->GetLastError(), kErrInvalidArgument);
+  EXPECT_EQ(ReadAll(Home("alice") + "/mine.txt"), "alice's");
+}
+
+// Visitors guessing sharing tokens are throttled per client address. The
+// daemon's throttle clock is fixed in orvel.conf for this test.
+TEST_F(SyncdUploadTest, GuessedSharingTokensAreThrottledPerAddress) {
+  Stop();
+  std::ofstream(root_ + "/var/packages/ZemoraOrvel/target/etc/orvel.conf")
+      << "{\"web_account\": \"\", \"throttle_clock\": 1700000000}\n";
+  Start();
+  Put("/mydrive/shared.txt", "s");
+  PObject link = PObject::MakeMap();
+  link["owner"] = "alice";
+  link["path"] = "/mydrive/shared.txt";
+  PObject made;
+  auto admin = Client("");
+  ASSERT_EQ(admin->Call("admin_link_create", link, &made), 0) << admin->GetLastErrorMessage();
+  auto visit = [&](const std::string& token, const std::string& address) {
+    Nimbard visitor;
+    visitor.SetServer("unix:/tmp/cloud-syncservice", 0);
+    visitor.SetForwardInfo(address, 443, "https");
+    visitor.SetUser("", "", "");
+    visitor.SetSharingToken(token);
+    visitor.SetServerVersion(11061);
+    Nimbard::FileInfo info;
+    return visitor.GetFileInfo("/", info, {}) == 0 ? 0 : visitor.GetLastError();
+  };
+  const std::string good = made["token"].asString();
+  EXPECT_EQ(visit(good, "198.51.100.9"), 0);
+  for (int i = 0; i < 5; ++i) EXPECT_EQ(visit("guess-" + std::to_string(i), "198.51.100.9"), kErrSharingToken);
+  EXPECT_EQ(visit("guess-5", "198.51.100.9"), kErrTooManyAttempts);
+  EXPECT_EQ(visit(good, "198.51.100.9"), kErrTooManyAttempts);  // refused before the look-up
+  EXPECT_EQ(visit(good, "203.0.113.5"), 0);
+  Stop();
+  std::ifstream log(root_ + "/syncd.log");
+  std::stringstream text;
+  text << log.rdbuf();
+  EXPECT_NE(text.str().find("sharing token look-up from 198.51.100.9 refused: throttled for 1 s"),
+            std::string::npos);
+  Start();
+}
+
 }  // namespace
 }  // namespace orvel::test

@@ -7,7 +7,8 @@ orvel_add_test(webapi_integration_test
   integration/webapi_harness.cc
   integration/webapi_entry_test.cc
   integration/webapi_auth_test.cc
-  integration/webapi_upload_test.cc)
+  integration/webapi_upload_test.cc
+  integration/webapi_throttle_test.cc)
 target_link_libraries(webapi_integration_test PRIVATE nimbard PkgConfig::SQLITE3 PkgConfig::JSONCPP)
 target_compile_definitions(webapi_integration_test PRIVATE
   WEBAPI_ENTRY_CGI="$<TARGET_FILE:entry.cgi>"

@@ -1,5 +1,6 @@
 // entry.cgi sessions end to end: login and logout, the cookie and token
-// rules, rotation, disabled accounts and timed-out sessions.
+// rules, rotation, disabled accounts, accounts that stop being usable while
+// logged in, and timed-out sessions.
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
@@ -37,17 +38,33 @@ class EntryAuth : public ::testing::Test {
     return root_.Run(call).json["data"];
   }
 
-  // Moves a session's clock back by seconds (both its start and last use).
-  void AgeSession(const std::string& sid, int seconds) {
+  // Runs SQL on the user database behind the UserDb's back.
+  void Sql(const std::string& sql) {
     SyncConfigMgr conf;
     ASSERT_EQ(0, conf.Init());
     sqlite3* db = nullptr;
     ASSERT_EQ(SQLITE_OK, sqlite3_open(conf.GetUserDbPath().c_str(), &db));
-    std::string sql = "UPDATE sessions SET created = created - " + std::to_string(seconds) +
-                      ", last_seen = last_seen - " + std::to_string(seconds) + " WHERE sid = '" +
-                      sid + "'";
-    EXPECT_EQ(SQLITE_OK, sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr));
+    EXPECT_EQ(SQLITE_OK, sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr)) << sql;
     sqlite3_close(db);
+  }
+  int SessionRows(const std::string& user) {
+    SyncConfigMgr conf;
+    EXPECT_EQ(0, conf.Init());
+    sqlite3* db = nullptr;
+    EXPECT_EQ(SQLITE_OK, sqlite3_open(conf.GetUserDbPath().c_str(), &db));
+    sqlite3_stmt* st = nullptr;
+    sqlite3_prepare_v2(db, "SELECT COUNT(*) FROM sessions WHERE user = ?1", -1, &st, nullptr);
+    sqlite3_bind_text(st, 1, user.c_str(), -1, SQLITE_TRANSIENT);
+    int n = sqlite3_step(st) == SQLITE_ROW ? sqlite3_column_int(st, 0) : -1;
+    sqlite3_finalize(st);
+    sqlite3_close(db);
+    return n;
+  }
+
+  // Moves a session's clock back by seconds (both its start and last use).
+  void AgeSession(const std::string& sid, int seconds) {
+    Sql("UPDATE sessions SET created = created - " + std::to_string(seconds) +
+        ", last_seen = last_seen - " + std::to_string(seconds) + " WHERE sid = '" + sid + "'");
   }
 
   CgiRoot root_;
@@ -96,6 +113,40 @@ TEST_F(EntryAuth, DisabledOrExpiredAccountIs403) {
   CgiOutput expired = Login("alice", "s3cret+pass");
   EXPECT_EQ(403, expired.json["error"]["code"].asInt());
   EXPECT_EQ("account expired", expired.json["error"]["errors"]["message"].asString());
+}
+
+// The account is checked on every request. The change is made behind the
+// UserDb's back (which would end the sessions itself), so that only the
+// framework's check can notice it.
+TEST_F(EntryAuth, AccountOutOfUseEndsItsSessionsAtTheNextRequest) {
+  struct Case {
+    const char* change;
+    const char* undo;
+    const char* why;
+  } cases[] = {
+      {"UPDATE users SET enabled = 0", "UPDATE users SET enabled = 1", "disabled"},
+      {"UPDATE users SET system_enabled = 0", "UPDATE users SET system_enabled = 1", "disabled"},
+      {"UPDATE users SET expired = 1", "UPDATE users SET expired = 0", "expired"},
+      {"DELETE FROM users", "", "deleted"},
+  };
+  Json::Value bob = Login("bob", "12345678").json["data"];
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.change);
+    std::string first = Login("alice", "s3cret+pass").json["data"]["sid"].asString();
+    std::string second = Login("alice", "s3cret+pass").json["data"]["sid"].asString();
+    ASSERT_EQ("alice", Echo("_sid=" + first)["user"].asString());
+    Sql(std::string(c.change) + " WHERE name = 'alice'");
+    CgiCall call;
+    call.query = std::string(kEcho) + "&_sid=" + second;
+    CgiOutput out = root_.Run(call);
+    EXPECT_EQ("", out.json["data"]["user"].asString());
+    EXPECT_EQ(-1, out.json["data"]["uid"].asInt());
+    EXPECT_NE(std::string::npos,
+              out.err.find(std::string("sessions of 'alice' ended: account ") + c.why));
+    EXPECT_EQ(0, SessionRows("alice"));
+    if (*c.undo) Sql(std::string(c.undo) + " WHERE name = 'alice'");
+  }
+  EXPECT_EQ("bob", Echo("_sid=" + bob["sid"].asString())["user"].asString());
 }
 
 TEST_F(EntryAuth, CookieCountsOnlyWithToken) {

@@ -151,6 +151,28 @@ TEST_F(EntryCgi, UnsupportedRequestMethodIs400) {
   EXPECT_EQ("request method not supported", Errors(out)["message"].asString());
 }
 
+TEST_F(EntryCgi, GetCallsOnlyReadingMethods) {
+  for (const char* method : {"GET", "HEAD"}) {
+    CgiCall call;
+    call.method = method;
+    call.query = "api=ZEMO.Test.Echo&method=echo&version=1";
+    CgiOutput out = root_.Run(call);
+    SCOPED_TRACE(method);
+    EXPECT_EQ(400, out.json["error"]["code"].asInt());
+    EXPECT_EQ("method needs POST", Errors(out)["message"].asString());
+    EXPECT_TRUE(out.Header("X-Echo").empty());  // the module never ran
+    EXPECT_NE(std::string::npos,
+              out.err.find(std::string(method) + " of ZEMO.Test.Echo.echo from 192.0.2.7 refused"));
+  }
+  CgiCall info;
+  info.method = "GET";
+  info.query = "api=ZEMO.API.Info&method=query&version=1";
+  EXPECT_TRUE(root_.Run(info).json["success"].asBool());
+  // What is not served is still told apart from what needs POST.
+  info.query = "api=ZEMO.Test.Echo&method=nope&version=1";
+  EXPECT_EQ(103, root_.Run(info).json["error"]["code"].asInt());
+}
+
 TEST(EntryCgiIdentity, ModuleRunsAsWebAccountWithRootSaved) {
   if (::geteuid() != 0) GTEST_SKIP() << "needs root";
   Json::Value conf(Json::objectValue);

@@ -65,7 +65,7 @@ std::vector<std::string> ChildEnv(const std::string& root, const CgiCall& call) 
       "PATH=/usr/bin:/bin",
       "REQUEST_METHOD=" + call.method,
       "QUERY_STRING=" + call.query,
-      "REMOTE_ADDR=192.0.2.7",
+      "REMOTE_ADDR=" + call.remote_addr,
       "SERVER_NAME=nas.example",
       "HTTP_HOST=files.example:8443",
       "SERVER_PORT=8443",
@@ -111,12 +111,9 @@ CgiRoot::CgiRoot(const Json::Value& conf) {
   root_ = ::mkdtemp(tmpl);
   ::chmod(root_.c_str(), 0755);
   ::setenv("ZEMO_ROOT", root_.c_str(), 1);
-  Json::Value full(Json::objectValue);
-  full["web_account"] = "";
-  for (const std::string& key : conf.getMemberNames()) full[key] = conf[key];
-  std::string etc = root_ + "/var/packages/ZemoraOrvel/target/etc";
-  MakeDirs(etc);
-  WriteFile(etc + "/orvel.conf", full.toStyledString());
+  conf_["web_account"] = "";
+  MakeDirs(root_ + "/var/packages/ZemoraOrvel/target/etc");
+  SetConf(conf);
   SyncConfigMgr mgr;
   EXPECT_EQ(0, mgr.Init());
   data_dir_ = mgr.GetDataDirPath();
@@ -125,6 +122,11 @@ CgiRoot::CgiRoot(const Json::Value& conf) {
   EXPECT_TRUE(st.ok()) << st.ToString();
   MakeDirs(ModulesDir());
   EXPECT_EQ(0, ::symlink(WEBAPI_ECHO_MODULE, (ModulesDir() + "/echo.so").c_str()));
+}
+
+void CgiRoot::SetConf(const Json::Value& keys) {
+  for (const std::string& key : keys.getMemberNames()) conf_[key] = keys[key];
+  WriteFile(root_ + "/var/packages/ZemoraOrvel/target/etc/orvel.conf", conf_.toStyledString());
 }
 
 CgiRoot::~CgiRoot() {

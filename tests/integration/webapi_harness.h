@@ -15,7 +15,9 @@
 namespace webapi_test {
 
 struct CgiCall {
-  std::string method = "GET";
+  // POST by default: a GET may only call the methods on the framework's
+  // reading list (the echo module's are not).
+  std::string method = "POST";
   std::string query;         // QUERY_STRING, raw
   std::string content_type;
   std::string body;
@@ -23,6 +25,7 @@ struct CgiCall {
   std::string length;        // CONTENT_LENGTH to send instead, if not empty
   std::string cookie;        // HTTP_COOKIE
   std::string token;         // HTTP_X_ZEMO_TOKEN
+  std::string remote_addr = "192.0.2.7";
   bool https = false;
 };
 
@@ -47,6 +50,8 @@ class CgiRoot {
   CgiRoot& operator=(const CgiRoot&) = delete;
 
   const std::string& root() const { return root_; }
+  // Sets orvel.conf keys (the others stay as they are).
+  void SetConf(const Json::Value& keys);
   std::string TmpDir() const;  // <data>/@tmp
   std::string ModulesDir() const;
   orvel::UserDb& Users() { return *users_; }
@@ -54,13 +59,15 @@ class CgiRoot {
                             bool admin = false);
 
   CgiOutput Run(const CgiCall& call) const;
-  // GET with api/method/version and extra query text ("a=1&b=2").
+  // A call with api/method/version and extra query text ("a=1&b=2") in the
+  // query string and no body (sent as POST; see CgiCall::method).
   CgiOutput Get(const std::string& api, const std::string& method, const std::string& version,
                 const std::string& extra = "") const;
 
  private:
   std::string root_;
   std::string data_dir_;
+  Json::Value conf_{Json::objectValue};
   std::unique_ptr<orvel::UserDb> users_;
 };
 

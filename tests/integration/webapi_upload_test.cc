@@ -56,6 +56,34 @@ TEST_F(EntryUpload, FileReachesModuleAndIsRemovedAfter) {
   EXPECT_TRUE(ListDir(root_.TmpDir()).empty());
 }
 
+// "file_tmp" is the framework's own: sent by a client in the query string,
+// an urlencoded body or a multipart field, it never reaches the module.
+TEST_F(EntryUpload, ClientFileTmpNeverReachesTheModule) {
+  CgiCall query;
+  query.query = "api=ZEMO.Test.Echo&method=echo&version=1&file_tmp=%2Fetc%2Fshadow&path=%2Fa";
+  CgiCall form = query;
+  form.query = "api=ZEMO.Test.Echo&method=echo&version=1";
+  form.content_type = "application/x-www-form-urlencoded";
+  form.body = "file_tmp=/etc/shadow&path=/a";
+  CgiCall multipart = Upload(Part("name=\"file_tmp\"", "/etc/shadow") + Part("name=\"path\"", "/a") +
+                             Part("name=\"file\"; filename=\"x.txt\"", "x") + Close());
+  multipart.query += "&file_tmp=%2Fetc%2Fshadow";
+  for (const CgiCall& call : {query, form, multipart}) {
+    CgiOutput out = root_.Run(call);
+    ASSERT_TRUE(out.json["success"].asBool()) << out.raw << out.err;
+    const Json::Value& data = out.json["data"];
+    SCOPED_TRACE(call.content_type);
+    EXPECT_EQ("/a", data["params"]["path"].asString());
+    EXPECT_FALSE(data["params"].isMember("file_tmp"));
+    EXPECT_NE(std::string::npos,
+              out.err.find("parameter 'file_tmp' sent by 192.0.2.7 dropped: the framework fills it in"));
+  }
+  CgiOutput out = root_.Run(multipart);
+  EXPECT_FALSE(out.json["data"]["upload"]["fields"].isMember("file_tmp"));
+  EXPECT_EQ(0u, out.json["data"]["upload"]["tmp"].asString().find(root_.TmpDir() + "/upload-"));
+  EXPECT_EQ("x", out.json["data"]["upload"]["content"].asString());
+}
+
 TEST_F(EntryUpload, PartOverTheLimitIs400) {
   std::string body = Part("name=\"file\"; filename=\"big.bin\"", std::string(1001, 'x')) + Close();
   CgiOutput out = root_.Run(Upload(body));

@@ -221,13 +221,34 @@ TEST_F(HandlerChecks, UploadNeedsTheReceivedFile) {
 }
 
 TEST_F(HandlerChecks, UploadRemovesTheReceivedFileEvenOnFailure) {
-  const std::string received = root_.Write("upload/recv.tmp", "data");
+  const std::string received = root_.Write("volume1/ZemoraOrvel/@tmp/upload-1", "data");
   UploadHandler upload;
   Json::Value params = ParseJson(R"({"path": "/mydrive/a", "type": "file", "labels": [7]})");
   params["file_tmp"] = received;
   EXPECT_EQ(Run(upload, Json::FastWriter().write(params)), -1);
   ExpectError(1000, "prepare upload request failed");
   EXPECT_FALSE(File(received).Exists());
+}
+
+// Whatever reaches "file_tmp", the handler removes only a regular file of
+// its own lying directly in the temp folder.
+TEST_F(HandlerChecks, UploadRemovesNothingButAReceivedFile) {
+  const std::string tmp = root_.path() + "/volume1/ZemoraOrvel/@tmp";
+  const std::string victim = root_.Write("etc/victim", "keep");
+  const std::string nested = root_.Write("volume1/ZemoraOrvel/@tmp/sub/upload-2", "keep");
+  const std::string foreign = root_.Write("volume1/ZemoraOrvel/@tmp/upload-3", "keep");
+  ASSERT_EQ(chown(foreign.c_str(), 4242, 4242), 0);
+  ASSERT_EQ(symlink(victim.c_str(), (tmp + "/upload-4").c_str()), 0);
+  UploadHandler upload;
+  for (const std::string& path : {victim, nested, foreign, tmp + "/upload-4"}) {
+    SCOPED_TRACE(path);
+    Json::Value params = ParseJson(R"({"path": "/mydrive/a", "type": "file", "labels": [7]})");
+    params["file_tmp"] = path;
+    EXPECT_EQ(Run(upload, Json::FastWriter().write(params)), -1);
+    struct stat st;
+    EXPECT_EQ(lstat(path.c_str(), &st), 0);
+  }
+  EXPECT_TRUE(File(victim).Exists());
 }
 
 TEST_F(HandlerChecks, UploadFromServerPathsNeedsPathAndList) {

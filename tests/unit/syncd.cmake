@@ -3,5 +3,6 @@
 orvel_add_test(syncd_unit_test
   unit/syncd_names_test.cc
   unit/syncd_store_test.cc
-  unit/syncd_intent_test.cc)
+  unit/syncd_intent_test.cc
+  unit/syncd_intake_test.cc)
 target_link_libraries(syncd_unit_test PRIVATE syncd_core PkgConfig::SQLITE3)

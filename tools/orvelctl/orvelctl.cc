@@ -16,6 +16,7 @@ int Usage(const std::string& error) {
           "usage:\n"
           "  orvelctl user add <name> [--password P] [--admin]\n"
           "  orvelctl user list\n"
+          "  orvelctl user delete <name>\n"
           "  orvelctl user set <name> [--password P] [--admin on|off] [--enabled on|off]\n"
           "                           [--system-enabled on|off] [--expired on|off]\n"
           "                           [--app-privilege on|off]\n"

@@ -10,7 +10,7 @@ namespace orvelctl {
 
 using Args = std::vector<std::string>;
 
-int UserCommand(const Args& args);     // user add|list|set
+int UserCommand(const Args& args);     // user add|list|set|delete
 int ServiceCommand(const Args& args);  // service status|set-state
 int FreezeCommand(const Args& args);   // freeze on|off
 int StatusCommand(const Args& args);   // status

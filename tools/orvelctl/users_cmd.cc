@@ -1,5 +1,7 @@
 // orvelctl user ...: users through the platform's user database
-// (orvel::UserDb at SyncConfigMgr::GetUserDbPath()). Single-threaded.
+// (orvel::UserDb at SyncConfigMgr::GetUserDbPath()). Disabling, expiring or
+// deleting an account, or setting its password, ends its sessions at once
+// (UserDb does it in the same transaction). Single-threaded.
 #include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
@@ -175,14 +177,28 @@ int Set(const Args& a) {
   return 0;
 }
 
+// Removes the account and its sessions; its home folder stays on disk.
+int Delete(const Args& a) {
+  if (a.size() != 1 || a[0].empty() || a[0][0] == '-') return Usage("user delete needs one name");
+  const std::string& name = a[0];
+  std::unique_ptr<orvel::UserDb> db;
+  if (OpenUsers(&db) != 0) return 1;
+  orvel::Status st = db->DeleteUser(name);
+  if (st.code() == orvel::kErrNotFound) return Fail("no user named '" + name + "'");
+  if (!st.ok()) return Fail("cannot delete user '" + name + "': " + st.ToString());
+  printf("deleted user %s\n", name.c_str());
+  return 0;
+}
+
 }  // namespace
 
 int UserCommand(const Args& args) {
-  if (args.empty()) return Usage("user needs a subcommand: add, list or set");
+  if (args.empty()) return Usage("user needs a subcommand: add, list, set or delete");
   Args rest(args.begin() + 1, args.end());
   if (args[0] == "add") return Add(rest);
   if (args[0] == "list") return List(rest);
   if (args[0] == "set") return Set(rest);
+  if (args[0] == "delete") return Delete(rest);
   return Usage("unknown user subcommand '" + args[0] + "'");
 }
 

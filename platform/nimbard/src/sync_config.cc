@@ -4,6 +4,7 @@
 #include <json/json.h>
 
 #include <cstdlib>
+#include <ctime>
 #include <fstream>
 #include <sstream>
 
@@ -52,6 +53,7 @@ int SyncConfigMgr::Init() {
   max_ = static_cast<unsigned>(UIntKey(root, "session_max_seconds", 604800));
   workers_ = static_cast<unsigned>(UIntKey(root, "worker_threads", 2));
   office_converter_ = StringKey(root, "office_converter", "soffice");
+  throttle_clock_ = root["throttle_clock"].isInt64() ? root["throttle_clock"].asInt64() : 0;
   tpx_shares_.clear();
   for (const Json::Value& s : root["tpx_shares"]) {
     if (!s.isObject()) continue;
@@ -80,6 +82,9 @@ unsigned SyncConfigMgr::GetSessionIdleSeconds() const { return idle_; }
 unsigned SyncConfigMgr::GetSessionMaxSeconds() const { return max_; }
 unsigned SyncConfigMgr::GetWorkerThreads() const { return workers_; }
 std::string SyncConfigMgr::GetOfficeConverter() const { return office_converter_; }
+int64_t SyncConfigMgr::ThrottleNow() const {
+  return throttle_clock_ > 0 ? throttle_clock_ : static_cast<int64_t>(std::time(nullptr));
+}
 std::string SyncConfigMgr::GetSyncDbPath() const { return db_connect_ + "/sync.db"; }
 std::string SyncConfigMgr::GetUserDbPath() const { return db_connect_ + "/users.db"; }
 std::string SyncConfigMgr::GetLogDbPath() const { return db_connect_ + "/log.db"; }

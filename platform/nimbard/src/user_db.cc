@@ -27,7 +27,9 @@ const char* kSchema =
     " PRIMARY KEY (grp, user));"
     "CREATE TABLE IF NOT EXISTS sessions (sid TEXT PRIMARY KEY, token TEXT NOT NULL,"
     " user TEXT NOT NULL, created INTEGER NOT NULL, last_seen INTEGER NOT NULL);"
-    "CREATE INDEX IF NOT EXISTS sessions_user ON sessions(user);";
+    "CREATE INDEX IF NOT EXISTS sessions_user ON sessions(user);"
+    "CREATE TABLE IF NOT EXISTS login_throttle (key TEXT PRIMARY KEY, failures INTEGER NOT NULL,"
+    " lockouts INTEGER NOT NULL, blocked_until INTEGER NOT NULL, last_failure INTEGER NOT NULL);";
 
 // A prepared statement that is finalised on every way out.
 class Stmt {
@@ -59,6 +61,48 @@ class Stmt {
 
 Status DbError(sqlite3* db, const std::string& what) {
   return Status(kErrStorage, what + ": " + sqlite3_errmsg(db));
+}
+
+// A write transaction that rolls back unless committed.
+class WriteTx {
+ public:
+  explicit WriteTx(sqlite3* db) : db_(db) {
+    ok_ = sqlite3_exec(db_, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) == SQLITE_OK;
+  }
+  ~WriteTx() {
+    if (ok_) sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
+  }
+  WriteTx(const WriteTx&) = delete;
+  WriteTx& operator=(const WriteTx&) = delete;
+  Status status() const { return ok_ ? Status::OK() : DbError(db_, "begin"); }
+  Status Commit() {
+    if (sqlite3_exec(db_, "COMMIT", nullptr, nullptr, nullptr) != SQLITE_OK) return DbError(db_, "commit");
+    ok_ = false;
+    return Status::OK();
+  }
+
+ private:
+  sqlite3* db_;
+  bool ok_ = false;
+};
+
+// Runs one statement that must change a row of user `name`.
+Status ChangeUserRow(sqlite3* db, Stmt& s, const std::string& name, const std::string& what) {
+  if (s.Step() != SQLITE_DONE) return DbError(db, what);
+  if (sqlite3_changes(db) == 0) return Status(kErrNotFound, "no user '" + name + "'");
+  return Status::OK();
+}
+
+// Deletes the sessions of user except `keep` ("" keeps none).
+Status EndSessions(sqlite3* db, const std::string& user, const std::string& keep) {
+  Stmt s(db, "DELETE FROM sessions WHERE user = ?1 AND sid != ?2");
+  s.Bind(1, user).Bind(2, keep);
+  return s.Step() == SQLITE_DONE ? Status::OK() : DbError(db, "end sessions");
+}
+
+// Whether setting field to value takes the account out of use.
+bool EndsUse(const std::string& field, bool value) {
+  return ((field == "enabled" || field == "system_enabled") && !value) || (field == "expired" && value);
 }
 
 std::string RandomHex(size_t bytes) {
@@ -141,14 +185,17 @@ Status UserDb::AddUser(const std::string& name, const std::string& password, boo
   return out ? GetUser(name, out) : Status::OK();
 }
 
-Status UserDb::SetPassword(const std::string& name, const std::string& password) {
+Status UserDb::SetPassword(const std::string& name, const std::string& password,
+                          const std::string& keep_session) {
   std::string hash;
   ORVEL_RETURN_IF_ERROR(HashPassword(password, &hash));
+  WriteTx tx(db_);
+  ORVEL_RETURN_IF_ERROR(tx.status());
   Stmt s(db_, "UPDATE users SET pw_hash = ?1 WHERE name = ?2");
   s.Bind(1, hash).Bind(2, name);
-  if (s.Step() != SQLITE_DONE) return DbError(db_, "set password");
-  if (sqlite3_changes(db_) == 0) return Status(kErrNotFound, "no user '" + name + "'");
-  return Status::OK();
+  ORVEL_RETURN_IF_ERROR(ChangeUserRow(db_, s, name, "set password"));
+  ORVEL_RETURN_IF_ERROR(EndSessions(db_, name, keep_session));
+  return tx.Commit();
 }
 
 Status UserDb::SetFlag(const std::string& name, const std::string& field, bool value) {
@@ -156,12 +203,27 @@ Status UserDb::SetFlag(const std::string& name, const std::string& field, bool v
   bool known = false;
   for (const char* f : kFields) known = known || field == f;
   if (!known) return Status(kErrInvalidArgument, "unknown user flag '" + field + "'");
+  WriteTx tx(db_);
+  ORVEL_RETURN_IF_ERROR(tx.status());
   std::string sql = "UPDATE users SET " + field + " = ?1 WHERE name = ?2";
   Stmt s(db_, sql.c_str());
   s.Bind(1, int64_t{value ? 1 : 0}).Bind(2, name);
-  if (s.Step() != SQLITE_DONE) return DbError(db_, "set " + field);
-  if (sqlite3_changes(db_) == 0) return Status(kErrNotFound, "no user '" + name + "'");
-  return Status::OK();
+  ORVEL_RETURN_IF_ERROR(ChangeUserRow(db_, s, name, "set " + field));
+  if (EndsUse(field, value)) ORVEL_RETURN_IF_ERROR(EndSessions(db_, name, ""));
+  return tx.Commit();
+}
+
+Status UserDb::DeleteUser(const std::string& name) {
+  WriteTx tx(db_);
+  ORVEL_RETURN_IF_ERROR(tx.status());
+  Stmt s(db_, "DELETE FROM users WHERE name = ?1");
+  s.Bind(1, name);
+  ORVEL_RETURN_IF_ERROR(ChangeUserRow(db_, s, name, "delete user"));
+  Stmt g(db_, "DELETE FROM group_members WHERE user = ?1");
+  g.Bind(1, name);
+  if (g.Step() != SQLITE_DONE) return DbError(db_, "delete group memberships");
+  ORVEL_RETURN_IF_ERROR(EndSessions(db_, name, ""));
+  return tx.Commit();
 }
 
 Status UserDb::SetDisplayName(const std::string& name, const std::string& display) {
@@ -283,6 +345,42 @@ Status UserDb::DeleteUserSessions(const std::string& user) {
   Stmt s(db_, "DELETE FROM sessions WHERE user = ?1");
   s.Bind(1, user);
   return s.Step() == SQLITE_DONE ? Status::OK() : DbError(db_, "delete sessions");
+}
+
+Status UserDb::GetThrottle(const std::string& key, ThrottleRecord* out) {
+  *out = ThrottleRecord();
+  Stmt s(db_,
+         "SELECT failures, lockouts, blocked_until, last_failure FROM login_throttle WHERE key = ?1");
+  s.Bind(1, key);
+  int rc = s.Step();
+  if (rc == SQLITE_DONE) return Status::OK();
+  if (rc != SQLITE_ROW) return DbError(db_, "read throttle");
+  out->failures = s.Int(0);
+  out->lockouts = s.Int(1);
+  out->blocked_until = s.Int(2);
+  out->last_failure = s.Int(3);
+  return Status::OK();
+}
+
+Status UserDb::PutThrottle(const std::string& key, const ThrottleRecord& rec) {
+  Stmt s(db_,
+         "INSERT OR REPLACE INTO login_throttle (key, failures, lockouts, blocked_until, last_failure)"
+         " VALUES (?1, ?2, ?3, ?4, ?5)");
+  s.Bind(1, key).Bind(2, rec.failures).Bind(3, rec.lockouts).Bind(4, rec.blocked_until);
+  s.Bind(5, rec.last_failure);
+  return s.Step() == SQLITE_DONE ? Status::OK() : DbError(db_, "write throttle");
+}
+
+Status UserDb::ClearThrottle(const std::string& key) {
+  Stmt s(db_, "DELETE FROM login_throttle WHERE key = ?1");
+  s.Bind(1, key);
+  return s.Step() == SQLITE_DONE ? Status::OK() : DbError(db_, "clear throttle");
+}
+
+Status UserDb::PruneThrottle(const ThrottlePolicy& policy, int64_t now) {
+  Stmt s(db_, "DELETE FROM login_throttle WHERE MAX(last_failure, blocked_until) < ?1");
+  s.Bind(1, now - policy.forget_lockouts);
+  return s.Step() == SQLITE_DONE ? Status::OK() : DbError(db_, "prune throttle");
 }
 
 }  // namespace orvel

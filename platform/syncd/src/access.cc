@@ -40,11 +40,16 @@ std::string ViewFrom(const std::vector<Node>& chain, size_t top, const std::stri
   return out;
 }
 
+// The request's link; an unknown or expired token counts against the
+// client's address, and an address that guessed too often is refused first.
 Status ValidLink(RequestContext& ctx, SharingLink* link) {
-  ORVEL_RETURN_IF_ERROR(ctx.store->browse()->GetLink(ctx.sharing_token, link));
-  if (link->expires != 0 && link->expires < static_cast<int64_t>(time(nullptr)))
-    return Status(kErrSharingToken, "sharing token invalid or expired");
-  return Status::OK();
+  const int64_t now = ctx.d->config.ThrottleNow();
+  ORVEL_RETURN_IF_ERROR(ctx.d->link_throttle.Check(ctx.forward_ip, now));
+  Status st = ctx.store->browse()->GetLink(ctx.sharing_token, link);
+  if (st.ok() && link->expires != 0 && link->expires < static_cast<int64_t>(time(nullptr)))
+    st = Status(kErrSharingToken, "sharing token invalid or expired");
+  if (st.code() == kErrSharingToken) ctx.d->link_throttle.Failed(ctx.forward_ip, now);
+  return st;
 }
 
 Status LookupOwner(RequestContext& ctx, const std::string& name, UserRecord* out) {

@@ -16,6 +16,7 @@
 #include "db/pool.h"
 #include "nimbard/sync_config.h"
 #include "nimbard/user_db.h"
+#include "token_throttle.h"
 #include "tree.h"
 
 namespace orvel::syncd {
@@ -54,6 +55,9 @@ struct Daemon {
   // checks, rename into place, database commit). Content is hashed and
   // staged before it is taken.
   std::mutex write_mu;
+
+  // Failed sharing-token look-ups per client address (access.cc).
+  TokenThrottle link_throttle;
 
   // Builds the context from the configuration (does not touch the disk).
   static Status FromConfig(const SyncConfigMgr& config, std::unique_ptr<Daemon>* out);

@@ -156,6 +156,7 @@ PObject Dispatch(Daemon* d, uid_t peer_uid, const PObject& request) {
       ctx.sudo = request["sudo"].asString();
       ctx.session = request["session"].asString();
       ctx.sharing_token = request["sharing_token"].asString();
+      ctx.forward_ip = request["forward"]["ip"].asString();
       PObject empty = PObject::MakeMap();
       try {
         st = Run(ctx, *op, args.isMap() ? args : empty, &result);

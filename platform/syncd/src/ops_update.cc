@@ -22,6 +22,7 @@
 #include "mime.h"
 #include "nimbard/platform.h"
 #include "ops_browse.h"
+#include "staged_data.h"
 
 namespace orvel::syncd {
 namespace {
@@ -107,17 +108,9 @@ Status StageInline(Daemon& d, const std::string& b64, NewContent* c) {
 }
 
 Status StageDataPath(Daemon& d, uid_t peer_uid, const UpdateArgs& a, NewContent* c) {
-  char buf[PATH_MAX];
-  std::string real_tmp = realpath(d.layout.tmp.c_str(), buf) ? buf : "";
-  std::string dir = a.data_path.substr(0, a.data_path.find_last_of('/') + 1);
-  std::string real_src = !dir.empty() && realpath(dir.c_str(), buf) ? buf : "";
-  if (peer_uid != 0 && (real_src.empty() || !PathIsInside(real_src, real_tmp)))
-    return Status(kErrPermission, "file_data_path must lie in the temp folder: " + a.data_path);
-  ScopedFd fd(open(a.data_path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-  if (!fd.valid()) {
-    if (errno == ENOENT) return Status(kErrDataMissing, "data file missing: " + a.data_path);
-    return FsError("open", a.data_path, errno);
-  }
+  StagedData src;
+  ORVEL_RETURN_IF_ERROR(OpenStagedData(d.layout, peer_uid, a.data_path, &src));
+  ScopedFd fd = std::move(src.fd);
   ORVEL_RETURN_IF_ERROR(HashFd(fd.get(), &c->hash, &c->size));
   if ((a.has_size && a.size != c->size) || (!a.hash.empty() && a.hash != c->hash))
     return Status(kErrHashMismatch, "content does not match its size or hash: " + a.data_path);

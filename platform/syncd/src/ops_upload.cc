@@ -27,6 +27,7 @@
 #include "mime.h"
 #include "ops.h"
 #include "ops_browse.h"
+#include "staged_data.h"
 
 namespace orvel::syncd {
 namespace {
@@ -132,24 +133,10 @@ struct Staged {
 };
 
 Status StageFile(Daemon& d, uid_t peer_uid, const UploadArgs& a, Staged* s) {
-  // Sources outside @tmp are taken from root peers only.
-  std::string real_tmp, real_src;
-  {
-    char buf[PATH_MAX];
-    if (realpath(d.layout.tmp.c_str(), buf)) real_tmp = buf;
-    std::string dir = a.data_path.substr(0, a.data_path.find_last_of('/') + 1);
-    if (!dir.empty() && realpath(dir.c_str(), buf)) real_src = buf;
-  }
-  if (peer_uid != 0 && (real_src.empty() || !PathIsInside(real_src, real_tmp)))
-    return Status(kErrPermission, "file_data_path must lie in the temp folder: " + a.data_path);
-
-  s->fd = ScopedFd(open(a.data_path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-  if (!s->fd.valid()) {
-    if (errno == ENOENT) return Status(kErrDataMissing, "data file missing: " + a.data_path);
-    return FsError("open", a.data_path, errno);
-  }
-  if (fstat(s->fd.get(), &s->st) != 0) return FsError("fstat", a.data_path, errno);
-  if (!S_ISREG(s->st.st_mode)) return Status(kErrInvalidArgument, "not a regular file: " + a.data_path);
+  StagedData src;
+  ORVEL_RETURN_IF_ERROR(OpenStagedData(d.layout, peer_uid, a.data_path, &src));
+  s->fd = std::move(src.fd);
+  s->st = src.st;
   uint64_t size = 0;
   ORVEL_RETURN_IF_ERROR(HashFd(s->fd.get(), &s->hash, &size));
   if ((a.has_size && size != a.size) || (!a.hash.empty() && a.hash != s->hash))
@@ -169,8 +156,8 @@ Status StageFile(Daemon& d, uid_t peer_uid, const UploadArgs& a, Staged* s) {
     ORVEL_RETURN_IF_ERROR(SetTimes(s->fd.get(), 0, mtime, copy));
     s->st.st_mtime = mtime;
   } else {
-    s->path = a.data_path;
-    ORVEL_RETURN_IF_ERROR(FsyncFd(s->fd.get(), a.data_path));
+    s->path = src.path;
+    ORVEL_RETURN_IF_ERROR(FsyncFd(s->fd.get(), src.path));
   }
   if (a.mtime > 0 || a.access_time > 0) {
     ORVEL_RETURN_IF_ERROR(SetTimes(s->fd.get(), a.access_time, a.mtime, s->path));

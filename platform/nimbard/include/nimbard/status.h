@@ -49,6 +49,7 @@ enum ErrorCode : int {
   kErrTaskFailed = -1115,
   kErrTaskCancelled = -1116,
   kErrInternal = -1117,
+  kErrTooManyAttempts = -1118,
 };
 
 class Status {

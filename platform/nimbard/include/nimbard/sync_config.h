@@ -37,6 +37,9 @@ class SyncConfigMgr {
   unsigned GetSessionMaxSeconds() const;      // 604800
   unsigned GetWorkerThreads() const;          // 2
   std::string GetOfficeConverter() const;     // "soffice" (looked up in PATH) or an absolute path
+  // The time the login and sharing-link throttles go by: the system clock,
+  // or the fixed Unix time of the key "throttle_clock" (tests set it).
+  int64_t ThrottleNow() const;
   const std::vector<orvel::TpxShare>& GetTpxShares() const { return tpx_shares_; }
 
   // The database files of the sqlite back-end.
@@ -48,6 +51,7 @@ class SyncConfigMgr {
   std::string working_dir_, data_dir_, db_connect_, db_backend_ = "sqlite", web_account_ = "www-data";
   uint64_t upload_max_ = 0;
   unsigned idle_ = 3600, max_ = 604800, workers_ = 2;
+  int64_t throttle_clock_ = 0;
   std::vector<orvel::TpxShare> tpx_shares_;
   std::string office_converter_ = "soffice";
 };

@@ -1,7 +1,10 @@
 // UserDb: the NAS user database (users, groups, sessions), SQLite in WAL mode
 // at SyncConfigMgr::GetUserDbPath(). Shared by the web framework (login,
 // sessions), the module (UserManager), the daemon (owners, groups) and
-// orvelctl. Passwords are argon2id hashes (libsodium). One object per thread.
+// orvelctl. Passwords are argon2id hashes (libsodium). It also keeps the
+// login throttle's records (nimbard/throttle.h). An account that stops being
+// usable (disabled, expired, deleted) or whose password changes loses its
+// sessions in the same transaction. One object per thread.
 #pragma once
 
 #include <cstdint>
@@ -10,6 +13,7 @@
 #include <vector>
 
 #include "nimbard/status.h"
+#include "nimbard/throttle.h"
 
 struct sqlite3;
 
@@ -46,9 +50,16 @@ class UserDb {
 
   Status AddUser(const std::string& name, const std::string& password, bool admin,
                  UserRecord* out);  // kErrNameExists if taken; uids from 1026
-  Status SetPassword(const std::string& name, const std::string& password);
+  // Sets the password and ends every session of the account except
+  // keep_session (the caller's own, when a user changes their password).
+  Status SetPassword(const std::string& name, const std::string& password,
+                     const std::string& keep_session = "");
   // field: "admin", "enabled", "system_enabled", "expired", "app_privilege".
+  // Disabling (enabled or system_enabled false) or expiring the account also
+  // ends its sessions.
   Status SetFlag(const std::string& name, const std::string& field, bool value);
+  // Removes the account, its group memberships and its sessions. kErrNotFound.
+  Status DeleteUser(const std::string& name);
   Status SetDisplayName(const std::string& name, const std::string& display);
   Status GetUser(const std::string& name, UserRecord* out);  // kErrNotFound
   Status GetUserByUid(uint32_t uid, UserRecord* out);
@@ -68,6 +79,14 @@ class UserDb {
                        SessionRecord* out);
   Status DeleteSession(const std::string& sid);
   Status DeleteUserSessions(const std::string& user);
+
+  // The login throttle's record of a key ("account:<name>", "address:<ip>");
+  // an unknown key reads as a fresh record.
+  Status GetThrottle(const std::string& key, ThrottleRecord* out);
+  Status PutThrottle(const std::string& key, const ThrottleRecord& rec);
+  Status ClearThrottle(const std::string& key);
+  // Drops the records that say nothing any more at now.
+  Status PruneThrottle(const ThrottlePolicy& policy, int64_t now);
 
  private:
   explicit UserDb(sqlite3* db) : db_(db) {}

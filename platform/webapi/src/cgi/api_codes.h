@@ -14,5 +14,6 @@ constexpr int kErrBadRequest = 400;      // malformed body, upload over the limi
 constexpr int kErrInternal = 401;        // the framework could not serve the request
 constexpr int kErrWrongPassword = 402;   // login: unknown account or wrong password
 constexpr int kErrAccountDisabled = 403; // login: account disabled or expired
+constexpr int kErrLoginThrottled = 407;  // login: too many failures, wait or locked
 
 }  // namespace zemo::cgi

@@ -4,6 +4,7 @@
 // (Auth writes the user database). Not thread-safe.
 #pragma once
 
+#include <cstdint>
 #include <set>
 #include <string>
 
@@ -25,6 +26,7 @@ struct AuthContext {
   const RawParams* raw = nullptr;         // parameters as sent (passwords stay strings)
   UserDbHandle* users = nullptr;
   const ResolvedSession* session = nullptr;
+  int64_t now = 0;  // the login throttle's clock (SyncConfigMgr::ThrottleNow)
 };
 
 // The API names modules may not serve.

@@ -1,11 +1,13 @@
 // ZEMO.API.Auth: "login" checks an account's password and opens a new
 // session (a new id at every login; the session the request presented, if
 // any, is closed), answering {"sid", "token"} and setting the cookie "id";
-// "logout" closes the presented session and expires the cookie. Not
-// thread-safe.
+// "logout" closes the presented session and expires the cookie. Logins go
+// through the login throttle (login_throttle.h) before the password is
+// looked at. Not thread-safe.
 #include "cgi/api_codes.h"
 #include "cgi/builtin_apis.h"
 #include "cgi/dispatcher.h"
+#include "cgi/login_throttle.h"
 #include "internal/log.h"
 
 namespace zemo::cgi {
@@ -34,6 +36,31 @@ bool AccountUsable(const orvel::UserRecord& user, ZEMO::APIResponse* response) {
   return true;
 }
 
+void LogThrottleError(const orvel::Status& st) {
+  if (!st.ok()) WEBAPI_LOG(Logger::kError, "login throttle: %s", st.ToString().c_str());
+}
+
+// True (with the answer set) when the throttle holds this login back: 407
+// with the seconds left, logged with the address.
+bool Throttled(const AuthContext& ctx, const std::string& account, LoginThrottle* throttle,
+               ZEMO::APIResponse* response) {
+  int64_t wait = 0;
+  orvel::Status st = throttle->Wait(&wait);
+  if (!st.ok()) {
+    LogThrottleError(st);
+    SetErrorMessage(response, kErrInternal, "user database unavailable");
+    return true;
+  }
+  if (wait == 0) return false;
+  WEBAPI_LOG(Logger::kWarning, "login of '%s' from %s refused: throttled for %lld s",
+             account.c_str(), ctx.env->remote_addr.c_str(), static_cast<long long>(wait));
+  Json::Value details(Json::objectValue);
+  details["message"] = "too many failed logins, try again later";
+  details["retry_after"] = Json::Int64(wait);
+  response->SetError(kErrLoginThrottled, details);
+  return true;
+}
+
 bool CheckPassword(const AuthContext& ctx, orvel::UserDb* db, orvel::UserRecord* user,
                    ZEMO::APIResponse* response) {
   bool has_account = false, has_passwd = false;
@@ -43,10 +70,13 @@ bool CheckPassword(const AuthContext& ctx, orvel::UserDb* db, orvel::UserRecord*
     SetErrorMessage(response, kErrBadParam, "account is required");
     return false;
   }
+  LoginThrottle throttle(db, ctx.now, account, ctx.env->remote_addr);
+  if (Throttled(ctx, account, &throttle, response)) return false;
   orvel::Status st = db->CheckPassword(account, passwd, user);
   if (st.code() == orvel::kErrPermission || st.code() == orvel::kErrNotFound) {
     WEBAPI_LOG(Logger::kInfo, "login of '%s' from %s refused", account.c_str(),
                ctx.env->remote_addr.c_str());
+    LogThrottleError(throttle.Failed());
     SetErrorMessage(response, kErrWrongPassword, "wrong account or password");
     return false;
   }
@@ -55,6 +85,7 @@ bool CheckPassword(const AuthContext& ctx, orvel::UserDb* db, orvel::UserRecord*
     SetErrorMessage(response, kErrInternal, "user database unavailable");
     return false;
   }
+  LogThrottleError(throttle.Succeeded());
   return AccountUsable(*user, response);
 }
 

@@ -8,6 +8,10 @@ namespace zemo::cgi {
 
 namespace {
 
+// Filled in by the framework (through ZEMO::APIUpload) and never taken from
+// the request: a module trusts them as the framework's own.
+constexpr const char* kFrameworkParams[] = {"file_tmp"};
+
 std::string DecodeComponent(std::string text) {
   for (char& c : text) {
     if (c == '+') c = ' ';
@@ -50,6 +54,14 @@ std::string StringParam(const RawParams& raw, const std::string& name, bool* fou
   Json::Value parsed;
   if (ZEMO::WebAPIUtil::ParseJson(it->second, parsed) && parsed.isString()) return parsed.asString();
   return it->second;
+}
+
+std::vector<std::string> DropFrameworkParams(RawParams* raw) {
+  std::vector<std::string> dropped;
+  for (const char* name : kFrameworkParams) {
+    if (raw->erase(name) != 0) dropped.push_back(name);
+  }
+  return dropped;
 }
 
 }  // namespace zemo::cgi

@@ -8,6 +8,7 @@
 
 #include <map>
 #include <string>
+#include <vector>
 
 namespace zemo::cgi {
 
@@ -28,5 +29,10 @@ Json::Value ToJsonParams(const RawParams& raw);
 // (passwords, session ids): the JSON string when the text is a quoted JSON
 // string, else the text itself. *found tells whether it was sent.
 std::string StringParam(const RawParams& raw, const std::string& name, bool* found);
+
+// Removes the parameters that only the framework may fill in ("file_tmp",
+// the received upload's path) from what a client sent, and returns the names
+// that were dropped (for the log).
+std::vector<std::string> DropFrameworkParams(RawParams* raw);
 
 }  // namespace zemo::cgi

@@ -3,6 +3,7 @@
 
 #include "cgi/api_codes.h"
 #include "cgi/builtin_apis.h"
+#include "cgi/method_policy.h"
 #include "cgi/module_loader.h"
 #include "internal/log.h"
 #include "nimbard/zemo_root.h"
@@ -57,6 +58,10 @@ bool RequestFlow::ReadParams() {
     return Fail(kErrInternal, "cannot receive the request body");
   }
   for (const auto& [name, value] : body_.fields) raw_[name] = value;
+  for (const std::string& name : DropFrameworkParams(&raw_)) {
+    WEBAPI_LOG(Logger::kWarning, "parameter '%s' sent by %s dropped: the framework fills it in",
+               name.c_str(), env_.remote_addr.c_str());
+  }
   params_ = ToJsonParams(raw_);
   return ReadApiTriple(params_, &triple_, response_);
 }
@@ -77,6 +82,17 @@ void RequestFlow::BuildRequest() {
   if (body_.upload) request_.SetUpload(params_, body_.upload->path(), body_.upload_name);
 }
 
+bool RequestFlow::CheckReadOnlyCall() {
+  if (env_.method == "POST") return true;
+  // Unknown APIs and methods are answered by the dispatcher (102 to 104).
+  if (!registry_.Has(triple_.api, triple_.method, triple_.version)) return true;
+  if (ReadsOnly(triple_.api, triple_.method)) return true;
+  WEBAPI_LOG(Logger::kInfo, "%s of %s.%s from %s refused: the method needs POST",
+             env_.method.c_str(), triple_.api.c_str(), triple_.method.c_str(),
+             env_.remote_addr.c_str());
+  return Fail(kErrBadRequest, "method needs POST");
+}
+
 bool RequestFlow::LowerIdentity() {
   if (!lower_) return true;
   orvel::Status st = LoweredIdentity::Lower(account_, &identity_);
@@ -86,7 +102,7 @@ bool RequestFlow::LowerIdentity() {
 }
 
 void RequestFlow::RegisterApis(bool with_modules) {
-  AuthContext ctx{&env_, &raw_, users_.get(), &session_};
+  AuthContext ctx{&env_, &raw_, users_.get(), &session_, conf_.ThrottleNow()};
   RegisterAuthApi(ctx, &registry_);
   RegisterInfoApi(&registry_, &registry_);
   if (with_modules) LoadModuleDir(orvel::ZemoPath(kModulesDir), BuiltinApiNames(), &registry_);
@@ -105,6 +121,7 @@ void RequestFlow::Run() {
     if (!LowerIdentity()) return;
   }
   RegisterApis(!auth);
+  if (!CheckReadOnlyCall()) return;
   Dispatch(registry_, &request_, response_);
 }
 

@@ -2,7 +2,8 @@
 // each may refuse with an error in the response: request method, the
 // configuration, the web account, parameters and body (with the upload),
 // api/method/version, the caller's session; then the identity switch, the
-// modules and the dispatch. The upload's temp file outlives the module call
+// modules, the GET rule (only reading methods) and the dispatch. Parameters
+// the framework fills in itself are dropped from what the client sent. The upload's temp file outlives the module call
 // and is removed (as root again) when the flow is destroyed. One per process.
 #pragma once
 
@@ -39,6 +40,7 @@ class RequestFlow {
   bool ResolveCaller();
   void BuildRequest();
   bool LowerIdentity();
+  bool CheckReadOnlyCall();
   void RegisterApis(bool with_modules);
 
   const CgiEnv& env_;

@@ -46,6 +46,21 @@ orvel::Status FindSession(const CgiEnv& env, const RawParams& params, const Sess
   return orvel::Status::OK();
 }
 
+// Why the account may not act any more, or nullptr when it may.
+const char* AccountUnusable(const orvel::UserRecord& user) {
+  if (!user.enabled || !user.system_enabled) return "disabled";
+  if (user.expired) return "expired";
+  return nullptr;
+}
+
+// Ends every session of an account that may not act (its caller is then
+// anonymous). A failure to delete is logged; the caller stays anonymous.
+void EndSessionsOf(orvel::UserDb* db, const std::string& user, const char* why) {
+  WEBAPI_LOG(Logger::kInfo, "sessions of '%s' ended: account %s", user.c_str(), why);
+  orvel::Status st = db->DeleteUserSessions(user);
+  if (!st.ok()) WEBAPI_LOG(Logger::kError, "cannot end sessions: %s", st.ToString().c_str());
+}
+
 }  // namespace
 
 orvel::Status UserDbHandle::Get(orvel::UserDb** db) {
@@ -70,16 +85,20 @@ orvel::Status ResolveSession(const CgiEnv& env, const RawParams& params, const S
   bool found = false;
   ORVEL_RETURN_IF_ERROR(FindSession(env, params, limits, users, &rec, &found));
   if (!found) return orvel::Status::OK();
-  out->sid = rec.sid;
   orvel::UserDb* db = nullptr;
   ORVEL_RETURN_IF_ERROR(users->Get(&db));
   orvel::UserRecord user;
   orvel::Status st = db->GetUser(rec.user, &user);
   if (st.code() == orvel::kErrNotFound) {
-    WEBAPI_LOG(Logger::kInfo, "session of vanished user '%s' ignored", rec.user.c_str());
+    EndSessionsOf(db, rec.user, "deleted");
     return orvel::Status::OK();
   }
   ORVEL_RETURN_IF_ERROR(st);
+  if (const char* why = AccountUnusable(user)) {
+    EndSessionsOf(db, user.name, why);
+    return orvel::Status::OK();
+  }
+  out->sid = rec.sid;
   out->login.user = user.name;
   out->login.uid = static_cast<int>(user.uid);
   out->login.admin = user.admin;

@@ -2,7 +2,9 @@
 // database. A session is presented either as the parameter "_sid", or as the
 // cookie "id" together with the session's token (header X-ZEMO-Token or
 // parameter "_token"); a cookie without the matching token is ignored, so a
-// page on another site cannot act with the browser's cookie. One request per
+// page on another site cannot act with the browser's cookie. The account is
+// checked on every request: the sessions of an account that is disabled,
+// expired or deleted are ended and its caller is anonymous. One request per
 // process; not thread-safe.
 #pragma once
 
@@ -42,6 +44,7 @@ struct SessionLimits {
 struct ResolvedSession {
   ZEMO::LoginInfo login;  // "" / -1 when no valid session was presented
   std::string sid;        // the session found (also when timed out), else ""
+                          // ("" too when its account may not act any more)
 };
 
 // Resolves the caller. Errors only when the user database cannot be read

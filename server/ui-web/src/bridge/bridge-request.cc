@@ -11,7 +11,17 @@ constexpr const char kLogSource[] = "webapi-bridge";
 }  // namespace
 
 WebAPIRequest::WebAPIRequest(ZEMO::APIRequest* request) : request_(request) {
+  DropClientFileTmp();
   if (request_->IsUploadRequest() && !request_->HasParam("file_tmp")) GetUploadFile();
+}
+
+void WebAPIRequest::DropClientFileTmp() {
+  if (!request_->HasParam("file_tmp")) return;
+  ORVEL_LOG_ERROR("parameter file_tmp from %s dropped: only the upload sets it\n",
+                  request_->GetRemoteIP().c_str());
+  Json::Value params = request_->GetParams();
+  params.removeMember("file_tmp");
+  request_->InitParam(params);
 }
 
 Json::Value WebAPIRequest::GetParamRef(const std::string& name, const Json::Value& def) const {

@@ -3,7 +3,8 @@
 // implements it over the framework's ZEMO::APIRequest; for an upload it first
 // folds the form fields and the received file's temp path ("file_tmp") into
 // the parameters, so handlers read upload fields like any other parameter.
-// One object per request; not thread-safe.
+// "file_tmp" comes only from the upload: a copy in the request's parameters
+// is dropped first. One object per request; not thread-safe.
 #pragma once
 
 #include <json/json.h>
@@ -39,6 +40,8 @@ class WebAPIRequest : public BridgeRequest {
   // Reads an upload's form fields and received file into the parameters.
   // Failures are logged only; the parameters are then left as they were.
   void GetUploadFile();
+  // Removes a "file_tmp" that the client sent (logged).
+  void DropClientFileTmp();
 
   ZEMO::APIRequest* request_;
 };

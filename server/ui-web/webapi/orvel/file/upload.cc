@@ -1,11 +1,15 @@
 // "upload": stores a file that the web server received as a multipart
 // upload ("file_tmp"), or makes a folder. The received file is removed, as
-// root, whatever the outcome.
+// root, whatever the outcome, but only when it is one: a regular file in the
+// framework's temp folder owned by the account the module runs as.
 #include "upload.h"
+
+#include <unistd.h>
 
 #include "bridge/module-log.h"
 #include "bridge/run-as-root.h"
 #include "nimbard/nimbard.h"
+#include "orvel/common/orvel_received_file.h"
 #include "orvel/common/orvel_upload_request.h"
 #include "orvel/common/orvel_utils.h"
 
@@ -13,19 +17,22 @@ namespace {
 constexpr const char kLogSource[] = "upload";
 constexpr const char kSourcePath[] = "server/ui-web/webapi/orvel/file/upload";
 
-// Removes the received file as root when the scope ends.
+// Removes the received file as root when the scope ends. The file must
+// belong to the identity the handler runs with (taken before the switch).
 class ReceivedFileRemover {
  public:
-  explicit ReceivedFileRemover(std::string path) : path_(std::move(path)) {}
+  ReceivedFileRemover(std::string tmp_dir, std::string path)
+      : tmp_dir_(std::move(tmp_dir)), path_(std::move(path)), owner_(geteuid()) {}
   ~ReceivedFileRemover() {
     ORVEL_RUN_AS_ROOT(root, kSourcePath);
-    if (root.ok() && File(path_).Exists()) File::Remove(path_);
+    if (root.ok()) orvel::module::RemoveReceivedFile(tmp_dir_, path_, owner_);
   }
   ReceivedFileRemover(const ReceivedFileRemover&) = delete;
   ReceivedFileRemover& operator=(const ReceivedFileRemover&) = delete;
 
  private:
-  std::string path_;
+  std::string tmp_dir_, path_;
+  uid_t owner_;
 };
 }  // namespace
 
@@ -88,7 +95,7 @@ int UploadHandler::UploadFile(const RequestAuthentication& auth, BridgeRequest& 
     response.SetError(1003, "file doesn't exist", __LINE__);
     return -1;
   }
-  ReceivedFileRemover remover(file_tmp);
+  ReceivedFileRemover remover(CreateAndGetSysVolumeTempDirectory(), file_tmp);
   PObject req = PObject::MakeMap();
   if (PrepareRequest(request, file, req) < 0) {
     ORVEL_LOG_ERROR("prepare upload request failed\n");
