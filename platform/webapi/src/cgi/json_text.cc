@@ -5,6 +5,9 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
+
+#include "nimbard/utf8.h"
 
 namespace zemo::cgi {
 
@@ -39,16 +42,33 @@ void AppendEscapedByte(unsigned char c, std::string* out) {
   out->append(esc, sizeof(esc));
 }
 
-// Bytes of 0x80 and above are copied as they are (UTF-8 kept).
+constexpr char kReplacement[] = "\xEF\xBF\xBD";  // U+FFFD
+
+// Well-formed UTF-8 is copied as it is; a byte that starts no well-formed
+// sequence (a name made on disk in another encoding) becomes U+FFFD, so the
+// answer is valid UTF-8 whatever the strings hold.
 void AppendQuoted(const char* begin, const char* end, std::string* out) {
   out->push_back('"');
   const char* run = begin;
-  for (const char* p = begin; p != end; ++p) {
+  for (const char* p = begin; p != end;) {
     const unsigned char c = static_cast<unsigned char>(*p);
-    if (!NeedsEscape(c)) continue;
-    out->append(run, p);
-    AppendEscapedByte(c, out);
-    run = p + 1;
+    if (c >= 0x80) {
+      const size_t n = orvel::Utf8SequenceLength(std::string_view(p, static_cast<size_t>(end - p)));
+      if (n != 0) {
+        p += n;
+        continue;
+      }
+      out->append(run, p);
+      out->append(kReplacement);
+      run = ++p;
+      continue;
+    }
+    if (NeedsEscape(c)) {
+      out->append(run, p);
+      AppendEscapedByte(c, out);
+      run = p + 1;
+    }
+    ++p;
   }
   out->append(run, end);
   out->push_back('"');
@@ -139,7 +159,7 @@ std::string CompactJson(const Json::Value& value) {
   Json::StreamWriterBuilder builder;
   builder["indentation"] = "";
   builder["emitUTF8"] = true;
-  return Json::writeString(builder, value);
+  return orvel::ValidUtf8(Json::writeString(builder, value));
 }
 
 }  // namespace zemo::cgi
