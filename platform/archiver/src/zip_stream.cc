@@ -169,10 +169,10 @@ bool ZipStream::AddEntry(int dir_fd, const std::string& name, const std::string&
       return true;
     }
     const std::string target(buf.data(), static_cast<size_t>(n));
+    const auto depth = static_cast<size_t>(std::count(prefix.begin(), prefix.end(), '/'));
     std::string kept;
     archive_entry_set_pathname_utf8(entry.get(), path.c_str());
-    if (names_.LinkTarget(target, static_cast<size_t>(std::count(prefix.begin(), prefix.end(), '/')),
-                          &kept)) {
+    if (names_.LinkTarget(target, depth, &kept)) {
       archive_entry_set_symlink_utf8(entry.get(), kept.c_str());
       archive_entry_set_size(entry.get(), 0);
     } else {
@@ -200,8 +200,8 @@ bool ZipStream::AddEntry(int dir_fd, const std::string& name, const std::string&
   }
   ++result_.entries;
   if (file.get() >= 0 && !WriteFileData(file.get(), path, error)) return false;
-  if (!link_text.empty() &&
-      archive_write_data(a_, link_text.data(), link_text.size()) != static_cast<la_ssize_t>(link_text.size())) {
+  const auto text_size = static_cast<la_ssize_t>(link_text.size());
+  if (text_size > 0 && archive_write_data(a_, link_text.data(), link_text.size()) != text_size) {
     *error = path + ": " + archive_error_string(a_);
     return false;
   }
