@@ -13,18 +13,20 @@ namespace zemo::cgi {
 
 namespace {
 
-// Bytes written escaped: control characters, '"' and '\\'.
-struct EscapeTable {
-  bool escape[256] = {};
-  constexpr EscapeTable() {
-    for (int c = 0; c < 0x20; ++c) escape[c] = true;
-    escape[static_cast<unsigned char>('"')] = true;
-    escape[static_cast<unsigned char>('\\')] = true;
+// Bytes not copied as they are: control characters, '"' and '\\' (written
+// escaped) and bytes of 0x80 and above (checked as UTF-8).
+struct SpecialTable {
+  bool special[256] = {};
+  constexpr SpecialTable() {
+    for (int c = 0; c < 0x20; ++c) special[c] = true;
+    for (int c = 0x80; c < 0x100; ++c) special[c] = true;
+    special[static_cast<unsigned char>('"')] = true;
+    special[static_cast<unsigned char>('\\')] = true;
   }
 };
-constexpr EscapeTable kEscape;
+constexpr SpecialTable kSpecial;
 
-bool NeedsEscape(unsigned char c) { return kEscape.escape[c]; }
+bool IsSpecial(unsigned char c) { return kSpecial.special[c]; }
 
 void AppendEscapedByte(unsigned char c, std::string* out) {
   switch (c) {
@@ -52,23 +54,24 @@ void AppendQuoted(const char* begin, const char* end, std::string* out) {
   const char* run = begin;
   for (const char* p = begin; p != end;) {
     const unsigned char c = static_cast<unsigned char>(*p);
-    if (c >= 0x80) {
-      const size_t n = orvel::Utf8SequenceLength(std::string_view(p, static_cast<size_t>(end - p)));
-      if (n != 0) {
-        p += n;
-        continue;
-      }
+    if (!IsSpecial(c)) {
+      ++p;
+      continue;
+    }
+    if (c < 0x80) {
       out->append(run, p);
-      out->append(kReplacement);
+      AppendEscapedByte(c, out);
       run = ++p;
       continue;
     }
-    if (NeedsEscape(c)) {
-      out->append(run, p);
-      AppendEscapedByte(c, out);
-      run = p + 1;
+    const size_t n = orvel::Utf8SequenceLength(std::string_view(p, static_cast<size_t>(end - p)));
+    if (n != 0) {
+      p += n;
+      continue;
     }
-    ++p;
+    out->append(run, p);
+    out->append(kReplacement);
+    run = ++p;
   }
   out->append(run, end);
   out->push_back('"');
