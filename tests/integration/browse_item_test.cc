@@ -160,5 +160,57 @@ TEST_F(ItemTest, UpdateFailureRows) {
   ExpectError(stack_->Call("alice", "update", p), 1010, "update file information failed");
 }
 
+// Marks of the wrong shape are refused before anything changes: the rename
+// asked for in the same request does not happen either.
+TEST_F(ItemTest, UpdateRefusesMarksOfTheWrongShapeAndChangesNothing) {
+  Json::Value bad_verb, unknown_label, group_member;
+  bad_verb["action"] = "tag";
+  bad_verb["name"] = "Urgent";
+  unknown_label["action"] = "remove";
+  unknown_label["label_id"] = "no-such-label";
+  group_member["starred"] = true;
+  group_member["member"]["type"] = "group";
+  group_member["member"]["name"] = "staff";
+  auto list = [](const Json::Value& action) {
+    Json::Value a(Json::arrayValue);
+    a.append(action);
+    return a;
+  };
+  const struct {
+    const char* key;
+    Json::Value value;
+    int code;
+  } rows[] = {
+      {"labels", "Urgent", 1022},  // a bare name: no list of actions
+      {"labels", Json::Value(Json::arrayValue), 1022},
+      {"labels", list(bad_verb), 1022},
+      {"labels", list(unknown_label), 1002},
+      {"starred", group_member, 1022},
+  };
+  Json::Value get;
+  get["path"] = "id:" + note_;
+  for (const auto& row : rows) {
+    Json::Value p;
+    p["path"] = "id:" + note_;
+    p["name"] = "moved.txt";
+    p[row.key] = row.value;
+    ExpectError(stack_->Call("alice", "update", p), row.code, "update file information failed");
+    Json::Value r = stack_->Call("alice", "get", get);
+    EXPECT_EQ(r["data"]["name"].asString(), "note.txt") << row.value;
+    EXPECT_EQ(r["data"]["labels"].size(), 0u) << row.value;
+    EXPECT_FALSE(r["data"]["starred"].asBool()) << row.value;
+  }
+  // A star or label the module cannot read at all ends the request before
+  // the service is asked: nothing is set and nothing changes.
+  Json::Value p;
+  p["path"] = "id:" + note_;
+  p["name"] = "moved.txt";
+  p["starred"] = "yes";
+  Json::Value r = stack_->Call("alice", "update", p);
+  EXPECT_TRUE(r["success"].asBool()) << r;
+  EXPECT_FALSE(r.isMember("data") && r["data"].isMember("file_id")) << r;
+  EXPECT_EQ(stack_->Call("alice", "get", get)["data"]["name"].asString(), "note.txt");
+}
+
 }  // namespace
 }  // namespace orvel::test

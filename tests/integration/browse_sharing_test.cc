@@ -143,6 +143,48 @@ TEST_F(SharingTest, LinkVisitorReachesOnlyWhatIsUnderTheLink) {
   ExpectError(AsVisitor("get", get, token), 1007, "get file infomation failed");
 }
 
+// The item's real path on the server is the owner's to see: a member of a
+// share and a link visitor get it empty, in every answer that lists items.
+TEST_F(SharingTest, OnlyTheOwnerSeesThePathOnTheServer) {
+  std::string out;
+  ASSERT_EQ(stack_->Orvelctl({"share", "alice", "/mydrive/Team", "--user", "bob", "--role", "editor"}, &out), 0)
+      << out;
+  const std::string token = MakeLink("/mydrive/Team");
+  const std::string real = stack_->HomeDir("alice") + "/Team/plans/q1.txt";
+  Json::Value get;
+  get["path"] = "id:" + plan_;
+  Json::Value r = stack_->Call("alice", "get", get);
+  ASSERT_TRUE(r["success"].asBool()) << r;
+  EXPECT_EQ(r["data"]["tpx_path"].asString(), real);
+
+  r = stack_->Call("bob", "get", get);
+  ASSERT_TRUE(r["success"].asBool()) << r;
+  ASSERT_TRUE(r["data"].isMember("tpx_path")) << r;
+  EXPECT_EQ(r["data"]["tpx_path"].asString(), "");
+  r = AsVisitor("get", get, token);
+  ASSERT_TRUE(r["success"].asBool()) << r;
+  EXPECT_EQ(r["data"]["tpx_path"].asString(), "");
+
+  Json::Value list;
+  list["path"] = "/shared-with-me/Team/plans";
+  r = stack_->Call("bob", "list", list);
+  ASSERT_EQ(r["data"]["items"].size(), 1u) << r;
+  EXPECT_EQ(r["data"]["items"][0]["tpx_path"].asString(), "");
+  r = stack_->Call("bob", "shared_with_me");
+  ASSERT_EQ(r["data"]["items"].size(), 1u) << r;
+  EXPECT_EQ(r["data"]["items"][0]["tpx_path"].asString(), "");
+  list["path"] = "id:" + plan_;
+  r = stack_->Call("bob", "list_ancestor", list);
+  ASSERT_EQ(r["data"]["items"].size(), 2u) << r;
+  for (const Json::Value& item : r["data"]["items"]) EXPECT_EQ(item["tpx_path"].asString(), "") << item;
+  Json::Value update;
+  update["path"] = "id:" + plan_;
+  update["modified_time"] = 1700000000;
+  r = stack_->Call("bob", "update", update);
+  ASSERT_TRUE(r["success"].asBool()) << r;
+  EXPECT_EQ(r["data"]["tpx_path"].asString(), "");
+}
+
 TEST_F(SharingTest, AncestorsOfAnOwnItemFromTheRootDown) {
   Json::Value p;
   p["path"] = "/mydrive/Team/plans/q1.txt";

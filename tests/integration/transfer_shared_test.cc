@@ -1,7 +1,8 @@
 // Copy, move, delete and download of items another user shared with the
 // caller (orvelctl share), through the real client against the real
-// daemon: what each role allows, where results land, and the refusals; and
-// what a permanent delete of a shared, marked folder leaves behind.
+// daemon: what each role allows, where results land, and the refusals (a
+// member's delete always goes to the owner's recycle bin); and what a
+// permanent delete of a shared, marked folder leaves behind.
 #include <sqlite3.h>
 
 #include "syncd_launcher.h"
@@ -144,9 +145,19 @@ TEST_F(SharedTransferTest, EditorMovesAndDeletesInsideTheSharedFolder) {
   EXPECT_EQ(InfoError("bob", "id:" + b_), kErrInRecycleBin);
   ExpectRefused("delete", DeleteArgs({"id:" + b_}, true), kErrPermission,
                 "permission denied: only the owner can delete id:" + b_ + " for good");
+  // Asked for good, a member's delete still goes to the owner's recycle bin;
+  // only the owner empties it.
   t = RunTask("bob", "delete", DeleteArgs({"id:" + a_}, true));
   ASSERT_EQ(t["state"].asString(), "finished") << t.toJsonString();
+  EXPECT_FALSE(t["result"]["items"][0]["permanent"].asBool()) << t.toJsonString();
   EXPECT_FALSE(Exists(Home("alice") + "/Team/sub/a.txt"));
+  EXPECT_EQ(ReadAll(Data() + "/@recycle/" + a_), "alpha");
+  EXPECT_EQ(InfoError("alice", "id:" + a_), kErrInRecycleBin);
+  t = RunTask("alice", "delete", DeleteArgs({"id:" + a_}, true));
+  ASSERT_EQ(t["state"].asString(), "finished") << t.toJsonString();
+  EXPECT_TRUE(t["result"]["items"][0]["permanent"].asBool()) << t.toJsonString();
+  EXPECT_FALSE(Exists(Data() + "/@recycle/" + a_));
+  EXPECT_EQ(InfoError("alice", "id:" + a_), kErrNotFound);
 
   // The shared folder itself stays the owner's, and moves stay in its space.
   ExpectRefused("delete", DeleteArgs({"/shared-with-me/Team"}, false), kErrPermission,

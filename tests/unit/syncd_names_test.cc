@@ -1,5 +1,5 @@
-// Name rules, autorename naming, extensions, item references and the
-// unlink-path check of orvel-syncd.
+// Name rules, Unicode spellings of names, autorename naming, extensions,
+// item references and the unlink-path check of orvel-syncd.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "jobs.h"
+#include "name_forms.h"
 #include "paths.h"
 #include "tree.h"
 
@@ -23,6 +24,23 @@ TEST(ValidateName, RefusesReservedAndMalformedNames) {
   }
   EXPECT_EQ(ValidateName("..").message(), "invalid name: \"..\"");
   EXPECT_EQ(ValidateName(std::string(256, 'x')).message(), "name longer than 255 bytes");
+}
+
+TEST(NameForms, NewNamesAreNfcAndLookUpsTryEverySpelling) {
+  const std::string nfc = "R\xc3\xa9sum\xc3\xa9", nfd = "Re\xcc\x81sume\xcc\x81";
+  const std::string mixed = "Re\xcc\x81sum\xc3\xa9";
+  EXPECT_EQ(NormalizeName(nfd), nfc);
+  EXPECT_EQ(NormalizeName(mixed), nfc);
+  EXPECT_EQ(NormalizeName(nfc), nfc);
+  EXPECT_EQ(NormalizeName("\xef\xac\x81le"), "\xef\xac\x81le");  // a ligature: NFC, not NFKC
+  EXPECT_EQ(NormalizeName("plain.txt"), "plain.txt");
+  EXPECT_EQ(NormalizeName("bad\xff"), "bad\xff");  // not UTF-8: kept as it is
+  EXPECT_EQ(NameForms(nfc), (std::vector<std::string>{nfc, nfd}));
+  EXPECT_EQ(NameForms(nfd), (std::vector<std::string>{nfd, nfc}));
+  EXPECT_EQ(NameForms(mixed), (std::vector<std::string>{mixed, nfc, nfd}));
+  EXPECT_EQ(NameForms("a.txt"), (std::vector<std::string>{"a.txt"}));
+  EXPECT_EQ(NameForms("bad\xff"), (std::vector<std::string>{"bad\xff"}));
+  EXPECT_EQ(NameForms("\xe6\x97\xa5"), (std::vector<std::string>{"\xe6\x97\xa5"}));
 }
 
 TEST(ValidateName, AcceptsOrdinaryNames) {

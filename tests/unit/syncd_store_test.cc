@@ -1,6 +1,7 @@
 // The SQLite store of orvel-syncd: migrations on fresh, old and too-new
 // databases, the listing SQL and its query plans, paging and totals, the
-// maintained child counters, change numbers and the unlink queue.
+// maintained child counters, change numbers, the unlink queue and look-ups
+// by name under either Unicode spelling.
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 #include <unistd.h>
@@ -95,6 +96,31 @@ TEST_F(StoreTest, OldDatabaseIsMigratedKeepingItsRows) {
   Node child;
   ASSERT_TRUE(store_->GetChild("r", "x.txt", &child).ok());
   EXPECT_TRUE(store_->PushUnlink("/x", 0).ok());  // a version-3 table
+}
+
+// A child is found under any Unicode spelling of its name, its own bytes
+// first; a name that is not UTF-8 is found by its bytes only.
+TEST_F(StoreTest, ChildIsFoundUnderEitherSpellingOfItsName) {
+  Open();
+  Add("", "", 1);
+  Add("root", "cafe\xcc\x81", 1);       // NFD, as a Mac client writes it
+  Add("root", "r\xc3\xa9sum\xc3\xa9", 0);  // NFC
+  Add("root", "bad\xff", 0);
+  Node n;
+  ASSERT_TRUE(store_->GetChild("root", "caf\xc3\xa9", &n).ok());
+  EXPECT_EQ(n.name, "cafe\xcc\x81");
+  ASSERT_TRUE(store_->GetChild("root", "re\xcc\x81sume\xcc\x81", &n).ok());
+  EXPECT_EQ(n.name, "r\xc3\xa9sum\xc3\xa9");
+  ASSERT_TRUE(store_->GetChild("root", "bad\xff", &n).ok());
+  Status st = store_->GetChild("root", "CAF\xc3\x89", &n);
+  EXPECT_EQ(st.code(), kErrNotFound);
+  EXPECT_EQ(st.message(), "no item named CAF\xc3\x89");
+  // Both spellings stored (made on disk): each finds itself.
+  Add("root", "caf\xc3\xa9", 0);
+  ASSERT_TRUE(store_->GetChild("root", "caf\xc3\xa9", &n).ok());
+  EXPECT_EQ(n.type, 0);
+  ASSERT_TRUE(store_->GetChild("root", "cafe\xcc\x81", &n).ok());
+  EXPECT_EQ(n.type, 1);
 }
 
 TEST_F(StoreTest, NewerDatabaseIsRefused) {

@@ -1,7 +1,7 @@
 // The compact JSON writer of entry.cgi's answers: exact texts for the cases
 // that matter to clients, and byte equality with jsoncpp's StreamWriter on
 // varied values (unicode, control characters, doubles, 64-bit integers,
-// sparse arrays, embedded NULs, deep nesting).
+// sparse arrays, embedded NULs, deep nesting), invalid UTF-8 aside.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -13,6 +13,7 @@
 
 #include "cgi/cgi_output.h"
 #include "cgi/json_text.h"
+#include "nimbard/utf8.h"
 
 namespace zemo::cgi {
 namespace {
@@ -24,10 +25,12 @@ std::string JsoncppText(const Json::Value& v) {
   return Json::writeString(builder, v);
 }
 
+// jsoncpp copies invalid UTF-8 as it is; ours writes U+FFFD for each such
+// byte, and is otherwise the same text.
 void ExpectSameAsJsoncpp(const Json::Value& v) {
   std::string ours;
   ASSERT_TRUE(AppendCompactJson(v, &ours));
-  EXPECT_EQ(JsoncppText(v), ours);
+  EXPECT_EQ(orvel::ValidUtf8(JsoncppText(v)), ours);
 }
 
 TEST(CompactJson, ExactTexts) {
@@ -50,8 +53,32 @@ TEST(CompactJson, ExactTexts) {
 TEST(CompactJson, Utf8KeptAsIs) {
   EXPECT_EQ("\"caf\xc3\xa9 \xe6\x97\xa5\xf0\x9f\x98\x80\"",
             CompactJson(Json::Value("caf\xc3\xa9 \xe6\x97\xa5\xf0\x9f\x98\x80")));
-  // Invalid UTF-8 is not repaired, as jsoncpp does with emitUTF8.
-  EXPECT_EQ("\"\xff\xc3\"", CompactJson(Json::Value("\xff\xc3")));
+}
+
+// A name made on disk in another encoding must not make the answer invalid
+// UTF-8: each byte that starts no well-formed sequence becomes U+FFFD, in
+// values and keys alike, and in the jsoncpp fallback too.
+TEST(CompactJson, InvalidUtf8BecomesReplacementCharacters) {
+  const std::string r = "\xef\xbf\xbd";
+  const struct {
+    std::string in, out;
+  } cases[] = {
+      {"\xff\xc3", r + r},                      // stray byte, lead byte at the end
+      {"caf\xe9.txt", "caf" + r + ".txt"},       // Latin-1
+      {"\xc0\xaf", r + r},                      // overlong '/'
+      {"\xed\xa0\x80", r + r + r},              // a UTF-16 surrogate
+      {"\xf4\x90\x80\x80", r + r + r + r},      // above U+10FFFF
+      {"\xe6\x97x", r + r + "x"},               // cut short
+      {"\xf0\x9f\x98\x80\x80", "\xf0\x9f\x98\x80" + r},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ("\"" + c.out + "\"", CompactJson(Json::Value(c.in))) << c.in;
+    Json::Value keyed(Json::objectValue);
+    keyed[c.in] = 1;
+    EXPECT_EQ("{\"" + c.out + "\":1}", CompactJson(keyed)) << c.in;
+    keyed[c.in].setComment(std::string("// note"), Json::commentBefore);
+    EXPECT_TRUE(orvel::IsValidUtf8(CompactJson(keyed))) << c.in;
+  }
 }
 
 TEST(CompactJson, EmbeddedNulAndControlCharacters) {

@@ -102,7 +102,8 @@ bool ZipStream::Open(std::string* error) {
   }
   std::string charset = utf8_ ? "UTF-8" : CharsetForCodePage(code_page_);
   if (!charset.empty() &&
-      archive_write_set_option(a_, "zip", "hdrcharset", charset.c_str()) != ARCHIVE_OK) {
+      (archive_write_set_option(a_, "zip", "hdrcharset", charset.c_str()) != ARCHIVE_OK ||
+       !names_.SetCharset(charset))) {
     // An unknown code page: keep the names as they are rather than fail.
     fprintf(stderr, "zip warning: code page %s not available, names stay as they are\n",
             code_page_.c_str());
@@ -145,7 +146,8 @@ void ZipStream::Skip(const std::string& path, const char* what, int err) {
 
 bool ZipStream::AddEntry(int dir_fd, const std::string& name, const std::string& prefix,
                          std::string* error) {
-  const std::string path = prefix + name;
+  // The entry's name in the archive (entry_names.h); messages use it too.
+  const std::string path = prefix + names_.Component(name);
   struct stat st;
   if (fstatat(dir_fd, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
     Skip(path, "stat", errno);
@@ -155,20 +157,29 @@ bool ZipStream::AddEntry(int dir_fd, const std::string& name, const std::string&
   archive_entry_set_mode(entry.get(), st.st_mode);
   archive_entry_set_mtime(entry.get(), st.st_mtime, 0);
   Fd file(-1);
+  std::string link_text;  // content of a link stored as a plain file
   if (S_ISDIR(st.st_mode)) {
     archive_entry_set_pathname_utf8(entry.get(), (path + "/").c_str());
     archive_entry_set_size(entry.get(), 0);
   } else if (S_ISLNK(st.st_mode)) {
-    std::vector<char> target(static_cast<size_t>(st.st_size > 0 ? st.st_size : 255) + 1);
-    ssize_t n = readlinkat(dir_fd, name.c_str(), target.data(), target.size() - 1);
+    std::vector<char> buf(static_cast<size_t>(st.st_size > 0 ? st.st_size : 255) + 1);
+    ssize_t n = readlinkat(dir_fd, name.c_str(), buf.data(), buf.size() - 1);
     if (n < 0) {
       Skip(path, "readlink", errno);
       return true;
     }
-    target[static_cast<size_t>(n)] = '\0';
+    const std::string target(buf.data(), static_cast<size_t>(n));
+    const auto depth = static_cast<size_t>(std::count(prefix.begin(), prefix.end(), '/'));
+    std::string kept;
     archive_entry_set_pathname_utf8(entry.get(), path.c_str());
-    archive_entry_set_symlink_utf8(entry.get(), target.data());
-    archive_entry_set_size(entry.get(), 0);
+    if (names_.LinkTarget(target, depth, &kept)) {
+      archive_entry_set_symlink_utf8(entry.get(), kept.c_str());
+      archive_entry_set_size(entry.get(), 0);
+    } else {
+      link_text = target;  // leaves the tree: a plain file holding the target
+      archive_entry_set_mode(entry.get(), S_IFREG | 0644);
+      archive_entry_set_size(entry.get(), static_cast<la_int64_t>(link_text.size()));
+    }
   } else if (S_ISREG(st.st_mode)) {
     file.Reset(openat(dir_fd, name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
     if (file.get() < 0) {
@@ -189,6 +200,11 @@ bool ZipStream::AddEntry(int dir_fd, const std::string& name, const std::string&
   }
   ++result_.entries;
   if (file.get() >= 0 && !WriteFileData(file.get(), path, error)) return false;
+  const auto text_size = static_cast<la_ssize_t>(link_text.size());
+  if (text_size > 0 && archive_write_data(a_, link_text.data(), link_text.size()) != text_size) {
+    *error = path + ": " + archive_error_string(a_);
+    return false;
+  }
   if (!S_ISDIR(st.st_mode)) return true;
   Fd sub(openat(dir_fd, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (sub.get() < 0) {

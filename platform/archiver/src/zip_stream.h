@@ -2,15 +2,20 @@
 // descriptor as it walks the folder (libarchive's zip writer; Zip64 records
 // where sizes or offsets need them). Memory stays constant whatever the
 // archive's size: one data buffer and the names of the folder being read.
-// Folders become "name/" entries, symbolic links are stored as links (never
-// followed), other special files are skipped. Names are UTF-8 with the UTF-8
-// flag, or converted to a code page.
+// Folders become "name/" entries; symbolic links are never followed: one
+// whose target stays inside the tree is stored as a link, any other as a
+// plain file holding the target text; other special files are skipped.
+// Names are UTF-8 with the UTF-8 flag, or converted to a code page, and are
+// rewritten so that no entry can land outside the extraction folder on any
+// platform (entry_names.h).
 //
 // Not thread-safe; one object writes one archive.
 #pragma once
 
 #include <string>
 #include <vector>
+
+#include "entry_names.h"
 
 struct archive;
 
@@ -49,6 +54,7 @@ class ZipStream {
   int out_fd_;
   bool utf8_;
   std::string code_page_;
+  EntryNames names_;
   archive* a_ = nullptr;
   bool open_ = false;
   StreamResult result_;

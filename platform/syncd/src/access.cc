@@ -265,7 +265,9 @@ Status AccessRecords(RequestContext& ctx, const std::vector<Access>& items, bool
   if (!IsVisitor(ctx))
     ORVEL_RETURN_IF_ERROR(ctx.store->browse()->MarksAmong(ctx.caller.user.name, ids, &marks));
   for (const Access& a : items) {
-    Nimbard::FileInfo f = MakeFileInfo(a.node, a.view_path, AccessDiskPath(ctx.d->layout, a), a.owner);
+    // The path on the server is the owner's to see; members and link visitors get "".
+    const std::string tpx_path = a.role == Role::kOwner ? AccessDiskPath(ctx.d->layout, a) : "";
+    Nimbard::FileInfo f = MakeFileInfo(a.node, a.view_path, tpx_path, a.owner);
     if (a.node.parent_id.empty() && a.role != Role::kOwner) f.name = a.owner.name;
     f.capabilities = CapabilitiesFor(a.role);
     f.starred = marks.starred.count(a.node.file_id) > 0;

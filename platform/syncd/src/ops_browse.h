@@ -23,8 +23,12 @@ Status ParseListFilter(const PObject& filter, ListQuery* q, std::string* label_i
 // when one has the wrong kind. ApplyItemMarks applies them, in order, to one
 // item inside the caller's open write transaction; kErrPermission for a link
 // visitor, or the first action's error (kErrLabelNotFound, ...).
+// CheckItemMarkActions finds every error ApplyItemMarks would meet (but a
+// visitor's), without changing anything, for callers that change other
+// things first.
 bool HasItemMarks(const PObject& args);
 Status CheckItemMarks(const PObject& args);
+Status CheckItemMarkActions(RequestContext& ctx, const PObject& args);
 Status ApplyItemMarks(RequestContext& ctx, const std::string& file_id, const PObject& args);
 
 Status OpEditStar(RequestContext& ctx, const PObject& args, PObject* result);

@@ -12,6 +12,7 @@
 
 #include "jobs.h"
 #include "log.h"
+#include "nimbard/utf8.h"
 #include "ops_transfer.h"
 #include "tasks.h"
 #include "transfer.h"
@@ -94,7 +95,7 @@ Status OpDownload(RequestContext& ctx, const PObject& args, PObject* result) {
   const std::string dst = temp_dir + "/" + f.node.name;
   ORVEL_RETURN_IF_ERROR(HandOver(DiskPath(ctx.d->layout, f.node.owner, f.components), dst));
   (*result)["file_path"] = dst;
-  (*result)["file_name"] = f.node.name;
+  (*result)["file_name"] = orvel::ValidUtf8(f.node.name);  // the name the browser saves: valid UTF-8
   return Status::OK();
 }
 

@@ -78,25 +78,48 @@ Status FindOrCreateLabel(BrowseStore* b, const std::string& user, const PObject&
   return b->CreateLabel(*out);
 }
 
-Status ApplyStarAction(RequestContext& ctx, const std::string& file_id, const PObject& act) {
+// The user a star action acts for, once its shape is checked.
+Status ReadStarAction(RequestContext& ctx, const PObject& act, std::string* user) {
   if (!act.isMap() || !act["starred"].isBool())
     return Status(kErrInvalidArgument, "a star action needs \"starred\" true or false");
+  return MemberUser(ctx, act["member"], user);
+}
+
+Status ApplyStarAction(RequestContext& ctx, const std::string& file_id, const PObject& act) {
   std::string user;
-  ORVEL_RETURN_IF_ERROR(MemberUser(ctx, act["member"], &user));
+  ORVEL_RETURN_IF_ERROR(ReadStarAction(ctx, act, &user));
   return ctx.store->browse()->SetStar(user, file_id, act["starred"].asBool());
 }
 
-Status ApplyLabelAction(RequestContext& ctx, const std::string& file_id, const PObject& act) {
+// The verb ("add" or "remove") and user of a label action.
+Status ReadLabelAction(RequestContext& ctx, const PObject& act, std::string* verb, std::string* user) {
   if (!act.isMap()) return Status(kErrInvalidArgument, "a label action must be a map");
-  std::string verb = act["action"].asString(), user;
-  if (verb.empty()) verb = "add";
-  if (verb != "add" && verb != "remove")
-    return Status(kErrInvalidArgument, "unknown label action: \"" + verb + "\"");
-  ORVEL_RETURN_IF_ERROR(MemberUser(ctx, act["member"], &user));
+  *verb = act["action"].asString();
+  if (verb->empty()) *verb = "add";
+  if (*verb != "add" && *verb != "remove")
+    return Status(kErrInvalidArgument, "unknown label action: \"" + *verb + "\"");
+  return MemberUser(ctx, act["member"], user);
+}
+
+Status ApplyLabelAction(RequestContext& ctx, const std::string& file_id, const PObject& act) {
+  std::string verb, user;
+  ORVEL_RETURN_IF_ERROR(ReadLabelAction(ctx, act, &verb, &user));
   BrowseStore* b = ctx.store->browse();
   Label label;
   ORVEL_RETURN_IF_ERROR(FindOrCreateLabel(b, user, act, verb == "add", &label));
   return b->SetItemLabel(user, label.label_id, file_id, verb == "add");
+}
+
+// What ApplyLabelAction would refuse, found without changing anything: an
+// "add" by a name not used yet creates the label later.
+Status CheckLabelAction(RequestContext& ctx, const PObject& act) {
+  std::string verb, user;
+  ORVEL_RETURN_IF_ERROR(ReadLabelAction(ctx, act, &verb, &user));
+  Label label;
+  Status st = FindOrCreateLabel(ctx.store->browse(), user, act, false, &label);
+  if (st.code() == kErrLabelNotFound && verb == "add" && act["label_id"].asString().empty())
+    return Status::OK();
+  return st;
 }
 
 // Reads the shared paging of the mark listings.
@@ -180,6 +203,19 @@ Status CheckItemMarks(const PObject& args) {
     return Status(kErrInvalidArgument, "argument \"starred\" must be an array or a boolean");
   bool mute = false;
   return ArgBool(args, "mute", &mute);
+}
+
+Status CheckItemMarkActions(RequestContext& ctx, const PObject& args) {
+  ORVEL_RETURN_IF_ERROR(CheckItemMarks(args));
+  if (args["starred"].isArray()) {
+    for (const PObject& act : args["starred"].asArray()) {
+      std::string user;
+      ORVEL_RETURN_IF_ERROR(ReadStarAction(ctx, act, &user));
+    }
+  }
+  if (args["labels"].isArray())
+    for (const PObject& act : args["labels"].asArray()) ORVEL_RETURN_IF_ERROR(CheckLabelAction(ctx, act));
+  return Status::OK();
 }
 
 Status ApplyItemMarks(RequestContext& ctx, const std::string& file_id, const PObject& args) {

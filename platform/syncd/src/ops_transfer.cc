@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "convert.h"
+#include "name_forms.h"
 #include "ops_transfer.h"
 #include "tasks.h"
 #include "transfer.h"
@@ -59,6 +60,7 @@ Status ReadItemRequest(RequestContext& ctx, const PObject& args, bool move, Item
   ORVEL_RETURN_IF_ERROR(ParseConflictPolicy(args["conflict"], "autorename", &r->policy));
   if (move) {
     ORVEL_RETURN_IF_ERROR(ArgString(args, "change_name", &r->change_name));
+    r->change_name = NormalizeName(r->change_name);
     if (!r->change_name.empty()) {
       ORVEL_RETURN_IF_ERROR(ValidateName(r->change_name));
       if (files.size() != 1) return Status(kErrInvalidArgument, "change_name needs exactly one item");

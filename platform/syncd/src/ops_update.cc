@@ -20,6 +20,7 @@
 #include "access.h"
 #include "intent.h"
 #include "mime.h"
+#include "name_forms.h"
 #include "nimbard/platform.h"
 #include "ops_browse.h"
 #include "staged_data.h"
@@ -58,6 +59,7 @@ Status ParseArgs(const PObject& args, UpdateArgs* a) {
   ORVEL_RETURN_IF_ERROR(ArgString(args, "path", &a->path));
   a->has_name = args["name"].isString();
   ORVEL_RETURN_IF_ERROR(ArgString(args, "name", &a->name));
+  a->name = NormalizeName(a->name);
   ORVEL_RETURN_IF_ERROR(ArgUInt(args, "created_time", &a->created));
   ORVEL_RETURN_IF_ERROR(ArgUInt(args, "access_time", &a->accessed));
   ORVEL_RETURN_IF_ERROR(ArgUInt(args, "modified_time", &a->modified));
@@ -74,9 +76,13 @@ Status ParseArgs(const PObject& args, UpdateArgs* a) {
   } else if (!props.isNull()) {
     return Status(kErrInvalidArgument, "argument \"properties\" must be a map");
   }
-  for (const char* key : {"labels", "starred"})
+  for (const char* key : {"labels", "starred"}) {
     if (!args[key].isNull() && !args[key].isArray())
       return Status(kErrInvalidArgument, std::string("argument \"") + key + "\" must be an array");
+    // An empty list is what a client's "labels" that is no list at all arrives as.
+    if (args[key].isArray() && args[key].asArray().empty())
+      return Status(kErrInvalidArgument, std::string("argument \"") + key + "\" holds no action");
+  }
   ORVEL_RETURN_IF_ERROR(CheckItemMarks(args));
   return ParseContent(args, a);
 }
@@ -141,8 +147,10 @@ Status PlanRename(RequestContext& ctx, Access* item, const std::string& name, Re
   Node other;
   Status st = ctx.store->GetChild(item->node.parent_id, name, &other);
   std::string view = item->view_path.substr(0, item->view_path.find_last_of('/') + 1) + name;
-  if (st.ok()) return Status(kErrNameExists, "name already exists: " + view);
-  if (st.code() != kErrNotFound) return st;
+  // Another spelling of the item's own name is a rename, not a conflict.
+  if (st.ok() && other.file_id != item->node.file_id)
+    return Status(kErrNameExists, "name already exists: " + view);
+  if (!st.ok() && st.code() != kErrNotFound) return st;
   std::string from = AccessDiskPath(ctx.d->layout, *item);
   std::string to = from.substr(0, from.find_last_of('/') + 1) + name;
   struct stat on_disk;
@@ -237,6 +245,8 @@ Status OpUpdateFile(RequestContext& ctx, const PObject& args, PObject* result) {
   Access item;
   ORVEL_RETURN_IF_ERROR(ResolveAccess(ctx, a.path, &item));
   ORVEL_RETURN_IF_ERROR(CheckRole(ctx, a, args, item));
+  // Marks are applied after the other changes: refuse bad ones before any.
+  ORVEL_RETURN_IF_ERROR(CheckItemMarkActions(ctx, args));
   NewContent content;
   if (a.has_content) ORVEL_RETURN_IF_ERROR(StageInline(*ctx.d, a.content_b64, &content));
   if (a.has_data) ORVEL_RETURN_IF_ERROR(StageDataPath(*ctx.d, ctx.peer_uid, a, &content));

@@ -25,6 +25,7 @@
 #include "item.h"
 #include "log.h"
 #include "mime.h"
+#include "name_forms.h"
 #include "ops.h"
 #include "ops_browse.h"
 #include "staged_data.h"
@@ -223,6 +224,7 @@ Status ApplyPolicy(Daemon& d, Store* store, const UploadArgs& a, Target* t, bool
     }
     return Status(kErrNameExists, "no free name for " + view);
   }
+  if (t->has_existing) t->name = t->existing.name;  // acting on it: its stored spelling
   if (!t->has_existing)  // on disk only: not indexed yet, never clobbered
     return Status(kErrNameExists, "name exists on disk but is not indexed yet: " + view);
   if (a.policy == "stop") return Status(kErrNameExists, "name already exists: " + view);
@@ -385,7 +387,7 @@ Status OpUploadFile(RequestContext& ctx, const PObject& args, PObject* result) {
   std::lock_guard<std::mutex> lock(d.write_mu);
   Target t;
   ORVEL_RETURN_IF_ERROR(ResolveParent(d, ctx.store.get(), ctx.caller, a.components, &t.parent));
-  t.name = a.components.back();
+  t.name = NormalizeName(a.components.back());
   bool answer_existing = false;
   ORVEL_RETURN_IF_ERROR(ApplyPolicy(d, ctx.store.get(), a, &t, &answer_existing));
   CommitHook marks = [&](const Node& stored) { return ApplyItemMarks(ctx, stored.file_id, args); };

@@ -100,7 +100,7 @@ Status Walk(Store* store, const Node& root, const std::vector<std::string>& comp
     }
     ORVEL_RETURN_IF_ERROR(st);
     out->node = child;
-    out->components.push_back(components[i]);
+    out->components.push_back(child.name);  // the stored spelling (name_forms.h)
   }
   return Status::OK();
 }

@@ -2,7 +2,8 @@
 // table of every task kind. Arguments are the ids the op resolved when the
 // task was submitted (ops_transfer.cc); each item is re-resolved here, since
 // the tree may have changed meanwhile. Results: {"items": [{"source",
-// "path", "file_id", "skipped"}]} (download: {"path"}).
+// "path", "file_id", "skipped"}]} (delete: {"source", "file_id",
+// "permanent"}; download: {"path"}).
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -132,6 +133,7 @@ Status RunDelete(TaskContext& ctx) {
     if (ctx.Cancelled()) return Status(kErrTaskCancelled, "task cancelled");
     const std::string trash = ctx.TempPath("trash-" + std::to_string(i));
     std::string view;
+    bool for_good = false;
     {
       std::lock_guard<std::mutex> lock(ctx.d->write_mu);
       Resolved src;
@@ -146,7 +148,9 @@ Status RunDelete(TaskContext& ctx) {
       }
       ORVEL_RETURN_IF_ERROR(st);
       view = src.node.removed ? "id:" + ids[i] : src.ViewPath();
-      ORVEL_RETURN_IF_ERROR(DeleteItem(*ctx.d, store.get(), src, permanent, trash));
+      // Another user's delete goes to the owner's recycle bin, never for good.
+      for_good = permanent && src.node.owner == ctx.caller.user.name;
+      ORVEL_RETURN_IF_ERROR(DeleteItem(*ctx.d, store.get(), src, for_good, trash));
     }
     // Links that downloads made of what is deleted for good go too.
     InodeSet linked;
@@ -162,6 +166,7 @@ Status RunDelete(TaskContext& ctx) {
     PObject e = PObject::MakeMap();
     e["source"] = view;
     e["file_id"] = ids[i];
+    e["permanent"] = for_good;
     ctx.result["items"].push_back(e);
     ctx.Progress(i + 1, ids.size());
   }

@@ -15,6 +15,7 @@
 #include "db/sqlite_rows.h"
 #include "db/store.h"
 #include "fault.h"
+#include "name_forms.h"
 
 namespace orvel::syncd {
 namespace {
@@ -82,9 +83,14 @@ class SqliteStore : public Store {
                   owner, "", out, "no home for " + owner);
   }
   Status GetChild(const std::string& parent_id, const std::string& name, Node* out) override {
-    return GetOne(std::string("SELECT ") + kColumns +
-                      " FROM nodes WHERE parent_id = ?1 AND name = ?2 AND removed = 0 AND vanished = 0",
-                  parent_id, name, out, "no item named " + name);
+    // The exact bytes first, then the other Unicode spellings of the name.
+    for (const std::string& form : NameForms(name)) {
+      Status st = GetOne(std::string("SELECT ") + kColumns +
+                             " FROM nodes WHERE parent_id = ?1 AND name = ?2 AND removed = 0 AND vanished = 0",
+                         parent_id, form, out, "no item named " + name);
+      if (st.code() != kErrNotFound) return st;
+    }
+    return Status(kErrNotFound, "no item named " + name);
   }
 
   Status ListPage(const ListQuery& q, std::vector<Node>* items, uint64_t* total) override {

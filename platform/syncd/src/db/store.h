@@ -92,6 +92,8 @@ class Store {
   virtual Status GetById(const std::string& file_id, Node* out) = 0;   // also vanished rows
   virtual Status GetByLink(const std::string& link, Node* out) = 0;
   virtual Status GetRoot(const std::string& owner, Node* out) = 0;
+  // The live child named `name` under any of its Unicode spellings
+  // (NameForms in name_forms.h), the exact bytes first.
   virtual Status GetChild(const std::string& parent_id, const std::string& name, Node* out) = 0;
   virtual Status ListPage(const ListQuery& q, std::vector<Node>* items, uint64_t* total) = 0;
   // Every child row, live or vanished (for reconciliation), by name.

@@ -5,23 +5,28 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
+
+#include "nimbard/utf8.h"
 
 namespace zemo::cgi {
 
 namespace {
 
-// Bytes written escaped: control characters, '"' and '\\'.
-struct EscapeTable {
-  bool escape[256] = {};
-  constexpr EscapeTable() {
-    for (int c = 0; c < 0x20; ++c) escape[c] = true;
-    escape[static_cast<unsigned char>('"')] = true;
-    escape[static_cast<unsigned char>('\\')] = true;
+// Bytes not copied as they are: control characters, '"' and '\\' (written
+// escaped) and bytes of 0x80 and above (checked as UTF-8).
+struct SpecialTable {
+  bool special[256] = {};
+  constexpr SpecialTable() {
+    for (int c = 0; c < 0x20; ++c) special[c] = true;
+    for (int c = 0x80; c < 0x100; ++c) special[c] = true;
+    special[static_cast<unsigned char>('"')] = true;
+    special[static_cast<unsigned char>('\\')] = true;
   }
 };
-constexpr EscapeTable kEscape;
+constexpr SpecialTable kSpecial;
 
-bool NeedsEscape(unsigned char c) { return kEscape.escape[c]; }
+bool IsSpecial(unsigned char c) { return kSpecial.special[c]; }
 
 void AppendEscapedByte(unsigned char c, std::string* out) {
   switch (c) {
@@ -39,16 +44,34 @@ void AppendEscapedByte(unsigned char c, std::string* out) {
   out->append(esc, sizeof(esc));
 }
 
-// Bytes of 0x80 and above are copied as they are (UTF-8 kept).
+constexpr char kReplacement[] = "\xEF\xBF\xBD";  // U+FFFD
+
+// Well-formed UTF-8 is copied as it is; a byte that starts no well-formed
+// sequence (a name made on disk in another encoding) becomes U+FFFD, so the
+// answer is valid UTF-8 whatever the strings hold.
 void AppendQuoted(const char* begin, const char* end, std::string* out) {
   out->push_back('"');
   const char* run = begin;
-  for (const char* p = begin; p != end; ++p) {
+  for (const char* p = begin; p != end;) {
     const unsigned char c = static_cast<unsigned char>(*p);
-    if (!NeedsEscape(c)) continue;
+    if (!IsSpecial(c)) {
+      ++p;
+      continue;
+    }
+    if (c < 0x80) {
+      out->append(run, p);
+      AppendEscapedByte(c, out);
+      run = ++p;
+      continue;
+    }
+    const size_t n = orvel::Utf8SequenceLength(std::string_view(p, static_cast<size_t>(end - p)));
+    if (n != 0) {
+      p += n;
+      continue;
+    }
     out->append(run, p);
-    AppendEscapedByte(c, out);
-    run = p + 1;
+    out->append(kReplacement);
+    run = ++p;
   }
   out->append(run, end);
   out->push_back('"');
@@ -139,7 +162,7 @@ std::string CompactJson(const Json::Value& value) {
   Json::StreamWriterBuilder builder;
   builder["indentation"] = "";
   builder["emitUTF8"] = true;
-  return Json::writeString(builder, value);
+  return orvel::ValidUtf8(Json::writeString(builder, value));
 }
 
 }  // namespace zemo::cgi

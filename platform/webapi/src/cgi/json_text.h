@@ -2,7 +2,9 @@
 // text is byte for byte what jsoncpp's StreamWriter produces with an empty
 // indentation and UTF-8 kept as is (keys in the value's order, doubles with 17
 // significant digits, control characters as \u00XX), written straight into
-// one string instead of through an ostream and a temporary per value.
+// one string instead of through an ostream and a temporary per value, with
+// one difference: the text is always valid UTF-8, each byte of a string that
+// starts no well-formed UTF-8 sequence being written as U+FFFD.
 // Thread-safe (pure functions).
 #pragma once
 
