@@ -7,7 +7,8 @@
 // whose pixel count (every frame of an animation, a PDF page or SVG at 72
 // dpi) is over the limit is refused before a pixel is decoded. SVG and PDF
 // are read from memory, so they cannot pull in other files. Damaged files
-// fail instead of giving a partly grey picture.
+// fail instead of giving a partly grey picture (LoadOptions).
+#include <sys/stat.h>
 #include <vips/vips.h>
 
 #include <string>
@@ -49,7 +50,14 @@ std::string VipsError() {
   return msg;
 }
 
+// libvips reports damage it works around as warnings on standard error;
+// they are dropped (the reason for a failure is in its error buffer).
+void DropWarnings(const gchar* domain, GLogLevelFlags level, const gchar* message, gpointer data) {
+  if (level & (G_LOG_LEVEL_ERROR | G_LOG_LEVEL_CRITICAL)) g_log_default_handler(domain, level, message, data);
+}
+
 bool StartVips() {
+  g_log_set_default_handler(DropWarnings, nullptr);
   if (VIPS_INIT("orvel-decode") != 0) return false;
   vips_cache_set_max(0);
   vips_concurrency_set(1);
@@ -58,11 +66,16 @@ bool StartVips() {
   return true;
 }
 
-// Loader options: every frame of an animation, the first page of a PDF.
+// Loader options: every frame of an animation, the first page of a PDF, and
+// when a file counts as damaged. libjpeg only warns about broken scan data
+// (and paints the rest grey), so a JPEG fails on any warning; other loaders
+// warn about harmless things (a PNG's odd colour profile) and fail on errors.
 std::string LoadOptions(const ThumbArgs& a) {
-  if (a.animate && (a.ext == "gif" || a.ext == "webp")) return "n=-1";
-  if (a.ext == "pdf") return "page=0";
-  return "";
+  const bool jpeg = a.ext == "jpg" || a.ext == "jpeg";
+  std::string opts = jpeg ? "fail_on=warning" : "fail_on=error";
+  if (a.animate && (a.ext == "gif" || a.ext == "webp")) opts += ",n=-1";
+  if (a.ext == "pdf") opts += ",page=0";
+  return opts;
 }
 
 // The whole input in memory, as a source (SVG and PDF: no file name for
@@ -110,6 +123,9 @@ int Save(VipsImage* img, const ThumbArgs& a) {
 }  // namespace
 
 int RenderThumbnail(const ThumbArgs& a) {
+  struct stat st;
+  if (fstat(0, &st) != 0 || !S_ISREG(st.st_mode) || st.st_size == 0)
+    return Fail(kUndecodable, "not an image that can be read: empty or not a file");
   if (!StartVips()) return Fail(kUndecodable, "image library did not start: " + VipsError());
   const bool in_memory = a.ext == "svg" || a.ext == "pdf";
   Ref<VipsSource> source(in_memory ? MemorySource() : vips_source_new_from_descriptor(0));
@@ -119,7 +135,7 @@ int RenderThumbnail(const ThumbArgs& a) {
   if (rc != kOk) return rc;
   Ref<VipsImage> thumb;
   if (vips_thumbnail_source(source.get(), thumb.out(), a.box, "height", a.box, "size", VIPS_SIZE_DOWN,
-                            "option_string", opts.c_str(), "fail_on", VIPS_FAIL_ON_ERROR, nullptr) != 0)
+                            "option_string", opts.c_str(), nullptr) != 0)
     return Fail(kUndecodable, "cannot decode the image: " + VipsError());
   return Save(thumb.get(), a);
 }

@@ -24,12 +24,15 @@ std::string OwnFolder() {
   return path.substr(0, path.find_last_of('/'));
 }
 
-// The decoder's one-line reason, without its program name.
+// The decoder's one-line reason (its last line that starts with its name),
+// without that name.
 std::string Reason(const std::string& err) {
-  std::string line = err.substr(0, err.find('\n'));
   const std::string prefix = std::string(decode::kProgram) + ": ";
-  if (line.compare(0, prefix.size(), prefix) == 0) line.erase(0, prefix.size());
-  return line.empty() ? "no reason given" : line;
+  size_t at = err.rfind("\n" + prefix);
+  at = at != std::string::npos ? at + 1 : err.compare(0, prefix.size(), prefix) == 0 ? 0 : std::string::npos;
+  if (at == std::string::npos) return "no reason given";
+  std::string line = err.substr(at + prefix.size());
+  return line.substr(0, line.find('\n'));
 }
 
 std::string SignalReason(int sig, const Decoder& decoder, const DecodeRun& run) {
