@@ -336,6 +336,10 @@ TEST(BrowseHelpersTest, PdfTextIsExtractedPageByPage) {
   EXPECT_EQ(ReadPdfText(decoder, dir + "/missing.pdf", 1 << 20), "");
   ASSERT_EQ(symlink(pdf.c_str(), (dir + "/link.pdf").c_str()), 0);
   EXPECT_EQ(ReadPdfText(decoder, dir + "/link.pdf", 1 << 20), "");
+  // Over the decoder's input limit: not parsed at all.
+  Decoder small = decoder;
+  small.max_input_bytes = 100;
+  EXPECT_EQ(ReadPdfText(small, pdf, 1 << 20), "");
 
   // Which files are indexed: PDFs by extension or content type.
   Node n;
