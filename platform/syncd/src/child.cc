@@ -96,8 +96,6 @@ int Above(int fd) { return fcntl(fd, F_DUPFD, 10); }
 
 [[noreturn]] void ExecChild(const Prepared& p) {
   setpgid(0, 0);
-  prctl(PR_SET_PDEATHSIG, SIGKILL);
-  if (getppid() != p.parent) _exit(127);  // the daemon died before the line above
   sigset_t none;
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);
@@ -119,6 +117,9 @@ int Above(int fd) { return fcntl(fd, F_DUPFD, 10); }
         setresuid(p.ids.uid, p.ids.uid, p.ids.uid) != 0)
       Die(3, errno);
   }
+  // After the change of ids, which clears it.
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  if (getppid() != p.parent) _exit(127);  // the daemon died before the line above
   prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
   execve(p.argv[0], p.argv.data(), p.envp.data());
   Die(3, errno);

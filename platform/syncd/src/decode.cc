@@ -2,12 +2,18 @@
 #include "decode.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
+#include <condition_variable>
 #include <cstring>
+#include <mutex>
+#include <thread>
 
 #include "child.h"
 #include "decode_protocol.h"
@@ -43,6 +49,58 @@ std::string SignalReason(int sig, const Decoder& decoder, const DecodeRun& run) 
   return "the decoder ended with signal SIG" + std::string(name ? name : std::to_string(sig).c_str()) +
          " (memory limit " + std::to_string(decoder.memory_bytes >> 20) + " MiB)";
 }
+
+// How many decoders run at once: one per processor, at least two. The rest
+// wait for a slot, and give up when their client hangs up or when the time
+// limit has passed; so a burst of requests cannot multiply the memory limit
+// by the number of connections.
+class Slots {
+ public:
+  static Slots& Get() {
+    static Slots slots;
+    return slots;
+  }
+  bool Acquire(int hangup_fd, unsigned seconds) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+    std::unique_lock<std::mutex> lock(mu_);
+    while (busy_ >= max_) {
+      if (std::chrono::steady_clock::now() >= deadline || HungUp(hangup_fd)) return false;
+      cv_.wait_for(lock, std::chrono::milliseconds(100));
+    }
+    ++busy_;
+    return true;
+  }
+  void Release() {
+    std::lock_guard<std::mutex> lock(mu_);
+    --busy_;
+    cv_.notify_one();
+  }
+
+ private:
+  static bool HungUp(int fd) {
+    struct pollfd p = {fd, POLLRDHUP, 0};
+    return fd >= 0 && poll(&p, 1, 0) > 0 && p.revents != 0;
+  }
+  std::mutex mu_;
+  std::condition_variable cv_;
+  unsigned busy_ = 0;
+  const unsigned max_ = std::max(2u, std::thread::hardware_concurrency());
+};
+
+// A decoder slot, released when the guard ends.
+class SlotGuard {
+ public:
+  SlotGuard(int hangup_fd, unsigned seconds) : held_(Slots::Get().Acquire(hangup_fd, seconds)) {}
+  ~SlotGuard() {
+    if (held_) Slots::Get().Release();
+  }
+  SlotGuard(const SlotGuard&) = delete;
+  SlotGuard& operator=(const SlotGuard&) = delete;
+  bool held() const { return held_; }
+
+ private:
+  bool held_;
+};
 
 }  // namespace
 
@@ -90,6 +148,8 @@ Status RunDecoder(const Decoder& decoder, const DecodeRun& run, int failure_code
   spec.limits.seconds = decoder.seconds;
   spec.limits.file_bytes = run.output_bytes;
   spec.limits.unprivileged = true;
+  SlotGuard slot(run.hangup_fd, decoder.seconds);
+  if (!slot.held()) return Status(failure_code, "given up: too many files being decoded");
   ChildResult r;
   Status st = RunChild(spec, &r);
   if (!st.ok()) return Status(kErrInternal, "decoder not started: " + st.message());

@@ -3,7 +3,8 @@
 // running orvel-decode (decode_protocol.h) as "nobody", with limits on the
 // input's size, the image's pixel count, the child's memory (address space)
 // and its CPU and wall-clock time. A child that runs over is killed, and so
-// is one whose client hangs up before the answer.
+// is one whose client hangs up before the answer. At most one decoder per
+// processor (at least two) runs at a time; the others wait their turn.
 //
 // Threading: everything here may be called from any thread.
 #pragma once
@@ -50,8 +51,9 @@ struct DecodeRun {
 // Runs the decoder to its end. OK when it succeeded (captured output in
 // *captured when asked). Otherwise `failure_code` with a message saying why:
 // the decoder's own reason, "stopped after N s" (time limit), "given up:
-// the client went away", or the signal that ended it (memory, CPU or
-// output limit, a crash). kErrInternal when it could not be started.
+// the client went away", "given up: too many files being decoded" (no turn
+// within the time limit), or the signal that ended it (memory, CPU or output
+// limit, a crash). kErrInternal when it could not be started.
 Status RunDecoder(const Decoder& decoder, const DecodeRun& run, int failure_code,
                   std::string* captured = nullptr);
 
