@@ -25,7 +25,8 @@ bool IsExecutable(const std::string& path) {
 Status CheckSource(const std::string& src, const std::string& base, uint64_t max_bytes) {
   struct stat st;
   if (lstat(src.c_str(), &st) != 0) return FsError("stat", src, errno);
-  if (!S_ISREG(st.st_mode)) return Status(kErrNotConvertible, "conversion not supported for this type: " + base);
+  if (!S_ISREG(st.st_mode))
+    return Status(kErrNotConvertible, "conversion not supported for this type: " + base);
   if (static_cast<uint64_t>(st.st_size) > max_bytes)
     return Status(kErrTooLarge, base + " is too large to convert (" + std::to_string(st.st_size) +
                                     " bytes, limit " + std::to_string(max_bytes) + ")");

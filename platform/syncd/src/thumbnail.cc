@@ -26,7 +26,9 @@ const char* const kImageExtensions[] = {"jpg", "jpeg", "png", "gif", "webp", "ti
 constexpr char kTempPrefix[] = ".tmp-";
 constexpr uint64_t kMaxThumbBytes = 64ull << 20;  // an animated xlarge WebP stays far below
 
-Status NoThumbnail(const std::string& why) { return Status(kErrNoThumbnail, "no thumbnail for this item: " + why); }
+Status NoThumbnail(const std::string& why) {
+  return Status(kErrNoThumbnail, "no thumbnail for this item: " + why);
+}
 
 // The file a render writes into: unnamed when the file system allows.
 struct RenderTarget {
