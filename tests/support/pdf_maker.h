@@ -10,7 +10,9 @@
 
 namespace orvel::test {
 
-inline std::string MakePdf(const std::vector<std::string>& pages) {
+// media_box: the page size in points ("0 0 612 792" is US Letter).
+inline std::string MakePdf(const std::vector<std::string>& pages,
+                           const std::string& media_box = "0 0 612 792") {
   std::vector<std::string> objs;  // object n is objs[n-1]
   const size_t n = pages.size();
   // 1 catalog, 2 page tree, 3 font, then per page: page object, content stream.
@@ -26,7 +28,7 @@ inline std::string MakePdf(const std::vector<std::string>& pages) {
       text += c;
     }
     const std::string stream = "BT /F1 12 Tf 72 720 Td (" + text + ") Tj ET";
-    objs.push_back("<< /Type /Page /Parent 2 0 R /MediaBox [0 0 612 792] /Resources << /Font << /F1 3 0 R >> >> /Contents " +
+    objs.push_back("<< /Type /Page /Parent 2 0 R /MediaBox [" + media_box + "] /Resources << /Font << /F1 3 0 R >> >> /Contents " +
                    std::to_string(5 + 2 * i) + " 0 R >>");
     objs.push_back("<< /Length " + std::to_string(stream.size()) + " >>\nstream\n" + stream + "\nendstream");
   }

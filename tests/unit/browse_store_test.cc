@@ -321,19 +321,25 @@ TEST(BrowseHelpersTest, PdfTextIsExtractedPageByPage) {
     return dir + "/" + name;
   };
   const std::string pdf = write("two.pdf", orvel::test::MakePdf({"Quarterly (draft) figures", "second page"}));
-  const std::string text = ReadPdfText(pdf, 1 << 20);
+  Decoder decoder;
+  decoder.program = ORVEL_DECODE_PATH;
+  const std::string text = ReadPdfText(decoder, pdf, 1 << 20);
   EXPECT_NE(text.find("Quarterly (draft) figures"), std::string::npos) << text;
   EXPECT_NE(text.find("second page"), std::string::npos) << text;
   EXPECT_LT(text.find("Quarterly"), text.find("second")) << text;
   for (unsigned char c : text) EXPECT_TRUE(c >= 0x20 || c == '\n' || c == '\t') << static_cast<int>(c);
   // The limit cuts the text.
-  EXPECT_EQ(ReadPdfText(pdf, 9), "Quarterly");
+  EXPECT_EQ(ReadPdfText(decoder, pdf, 9), "Quarterly");
 
   // Not a PDF, a missing file, a symbolic link: no text, no failure.
-  EXPECT_EQ(ReadPdfText(write("fake.pdf", "%PDF-1.4 garbage"), 1 << 20), "");
-  EXPECT_EQ(ReadPdfText(dir + "/missing.pdf", 1 << 20), "");
+  EXPECT_EQ(ReadPdfText(decoder, write("fake.pdf", "%PDF-1.4 garbage"), 1 << 20), "");
+  EXPECT_EQ(ReadPdfText(decoder, dir + "/missing.pdf", 1 << 20), "");
   ASSERT_EQ(symlink(pdf.c_str(), (dir + "/link.pdf").c_str()), 0);
-  EXPECT_EQ(ReadPdfText(dir + "/link.pdf", 1 << 20), "");
+  EXPECT_EQ(ReadPdfText(decoder, dir + "/link.pdf", 1 << 20), "");
+  // Over the decoder's input limit: not parsed at all.
+  Decoder small = decoder;
+  small.max_input_bytes = 100;
+  EXPECT_EQ(ReadPdfText(small, pdf, 1 << 20), "");
 
   // Which files are indexed: PDFs by extension or content type.
   Node n;
@@ -345,7 +351,7 @@ TEST(BrowseHelpersTest, PdfTextIsExtractedPageByPage) {
   EXPECT_FALSE(HasIndexableText(n));
   n.content_type = "application/pdf";
   EXPECT_TRUE(HasIndexableText(n));
-  EXPECT_NE(ExtractIndexableText(n, pdf).find("second page"), std::string::npos);
+  EXPECT_NE(ExtractIndexableText(decoder, n, pdf).find("second page"), std::string::npos);
   n.encrypted = true;
   EXPECT_FALSE(HasIndexableText(n));
   RemoveTree(dir);

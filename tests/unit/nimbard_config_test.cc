@@ -66,6 +66,26 @@ TEST_F(ConfigTest, ExpandsRootAndRejectsBrokenFile) {
   EXPECT_EQ(conf.Init(), -1);
 }
 
+TEST_F(ConfigTest, DecoderLimitsHaveDefaultsAndIgnoreZeroAndJunk) {
+  SyncConfigMgr conf;
+  ASSERT_EQ(conf.Init(), 0);
+  EXPECT_EQ(conf.GetDecodeMaxInputBytes(), 256ull << 20);
+  EXPECT_EQ(conf.GetDecodeMaxPixels(), 268435456u);
+  EXPECT_EQ(conf.GetRenderMemoryBytes(), 1ull << 30);
+  EXPECT_EQ(conf.GetRenderSeconds(), 30u);
+  EXPECT_EQ(conf.GetConvertMemoryBytes(), 4ull << 30);
+  EXPECT_EQ(conf.GetConvertSeconds(), 300u);
+  WriteConf(R"({"decode_max_input_bytes": 1000, "decode_max_pixels": 0, "render_memory_bytes": "lots",
+                "render_seconds": 5, "convert_seconds": 99999999, "convert_memory_bytes": -1})");
+  ASSERT_EQ(conf.Init(), 0);
+  EXPECT_EQ(conf.GetDecodeMaxInputBytes(), 1000u);
+  EXPECT_EQ(conf.GetDecodeMaxPixels(), 268435456u);
+  EXPECT_EQ(conf.GetRenderMemoryBytes(), 1ull << 30);
+  EXPECT_EQ(conf.GetRenderSeconds(), 5u);
+  EXPECT_EQ(conf.GetConvertSeconds(), 86400u);  // at most a day
+  EXPECT_EQ(conf.GetConvertMemoryBytes(), 4ull << 30);
+}
+
 TEST(Base64, DecodesAndRejectsGarbage) {
   char out[16] = {};
   unsigned len = 0;

@@ -28,6 +28,17 @@ uint64_t UIntKey(const Json::Value& root, const char* key, uint64_t def) {
   return v.isUInt64() ? v.asUInt64() : def;
 }
 
+// A limit: absent, zero or not an unsigned number keeps the default.
+uint64_t LimitKey(const Json::Value& root, const char* key, uint64_t def) {
+  uint64_t v = UIntKey(root, key, def);
+  return v == 0 ? def : v;
+}
+
+unsigned SecondsKey(const Json::Value& root, const char* key, unsigned def) {
+  uint64_t v = LimitKey(root, key, def);
+  return v > 86400 ? 86400 : static_cast<unsigned>(v);
+}
+
 }  // namespace
 
 int SyncConfigMgr::Init() {
@@ -54,6 +65,12 @@ int SyncConfigMgr::Init() {
   workers_ = static_cast<unsigned>(UIntKey(root, "worker_threads", 2));
   office_converter_ = StringKey(root, "office_converter", "soffice");
   throttle_clock_ = root["throttle_clock"].isInt64() ? root["throttle_clock"].asInt64() : 0;
+  decode_max_input_ = LimitKey(root, "decode_max_input_bytes", 256ull << 20);
+  decode_max_pixels_ = LimitKey(root, "decode_max_pixels", 1ull << 28);
+  render_memory_ = LimitKey(root, "render_memory_bytes", 1ull << 30);
+  render_seconds_ = SecondsKey(root, "render_seconds", 30);
+  convert_memory_ = LimitKey(root, "convert_memory_bytes", 4ull << 30);
+  convert_seconds_ = SecondsKey(root, "convert_seconds", 300);
   tpx_shares_.clear();
   for (const Json::Value& s : root["tpx_shares"]) {
     if (!s.isObject()) continue;
@@ -85,6 +102,12 @@ std::string SyncConfigMgr::GetOfficeConverter() const { return office_converter_
 int64_t SyncConfigMgr::ThrottleNow() const {
   return throttle_clock_ > 0 ? throttle_clock_ : static_cast<int64_t>(std::time(nullptr));
 }
+uint64_t SyncConfigMgr::GetDecodeMaxInputBytes() const { return decode_max_input_; }
+uint64_t SyncConfigMgr::GetDecodeMaxPixels() const { return decode_max_pixels_; }
+uint64_t SyncConfigMgr::GetRenderMemoryBytes() const { return render_memory_; }
+unsigned SyncConfigMgr::GetRenderSeconds() const { return render_seconds_; }
+uint64_t SyncConfigMgr::GetConvertMemoryBytes() const { return convert_memory_; }
+unsigned SyncConfigMgr::GetConvertSeconds() const { return convert_seconds_; }
 std::string SyncConfigMgr::GetSyncDbPath() const { return db_connect_ + "/sync.db"; }
 std::string SyncConfigMgr::GetUserDbPath() const { return db_connect_ + "/users.db"; }
 std::string SyncConfigMgr::GetLogDbPath() const { return db_connect_ + "/log.db"; }

@@ -129,10 +129,11 @@ const std::vector<OpSpec>& OpTable() {
   return kOps;
 }
 
-PObject Dispatch(Daemon* d, uid_t peer_uid, const PObject& request) {
+PObject Dispatch(Daemon* d, uid_t peer_uid, const PObject& request, int client_fd) {
   RequestContext ctx;
   ctx.d = d;
   ctx.peer_uid = peer_uid;
+  ctx.client_fd = client_fd;
   Status st;
   PObject result = PObject::MakeMap();
   if (!request.isMap()) {

@@ -24,6 +24,7 @@ struct RequestContext {
   std::string forward_ip;  // the web client's address ("forward"/"ip"), for the token throttle
   Caller caller;  // filled for ops that need one
   StoreLease store;  // leased for ops that use the database
+  int client_fd = -1;  // the requesting connection (its hang-up stops long work), or -1
 };
 
 using OpHandler = Status (*)(RequestContext& ctx, const PObject& args, PObject* result);
@@ -47,8 +48,9 @@ struct OpSpec {
 // The table of every op (docs/wire.md).
 const std::vector<OpSpec>& OpTable();
 
-// Handles one decoded request from a peer with uid peer_uid.
-PObject Dispatch(Daemon* d, uid_t peer_uid, const PObject& request);
+// Handles one decoded request from a peer with uid peer_uid that came in on
+// client_fd (-1 when not from a connection).
+PObject Dispatch(Daemon* d, uid_t peer_uid, const PObject& request, int client_fd = -1);
 
 // Argument readers: an absent key leaves *out as it is; a present key of the
 // wrong kind is kErrInvalidArgument naming the key.

@@ -1,8 +1,8 @@
 // orvel-syncd: the sync service daemon. Reads the package configuration
 // (under ZEMO_ROOT), creates the data folder layout, takes the pid-file
 // lock, migrates the database, takes back writes that died before their
-// commit, cleans old temp files, reconciles tree and database, then serves
-// the unix socket until SIGTERM or SIGINT.
+// commit, cleans old temp files and unfinished thumbnails, reconciles tree
+// and database, then serves the unix socket until SIGTERM or SIGINT.
 //
 // Threads: main (accept loop), one per connection, the job runner, and a
 // signal thread that turns SIGTERM/SIGINT into Server::RequestStop().
@@ -30,6 +30,7 @@
 #include "reconcile.h"
 #include "server.h"
 #include "tasks.h"
+#include "thumbnail.h"
 
 namespace orvel::syncd {
 namespace {
@@ -151,6 +152,8 @@ int Main(int argc, char** argv) {
   int removed = 0;
   CleanTmp(d->layout.tmp, 24 * 3600, &removed);
   if (removed) SLOG_INFO("removed %d temp entries older than a day", removed);
+  RemoveStaleThumbTemps(d->layout.thumbs, &removed);
+  if (removed) SLOG_INFO("removed %d unfinished thumbnails", removed);
   ReconcileStats rs;
   st = ReconcileAll(*d, &rs);
   if (!st.ok()) SLOG_ERROR("reconcile: %s", st.ToString().c_str());

@@ -23,8 +23,13 @@ Status OpGetThumbnail(RequestContext& ctx, const PObject& args, PObject* result)
   if (!MayHaveThumbnail(n.ext) || n.size == 0)
     return Status(kErrNoThumbnail, "no thumbnail for this item: " + item.view_path);
   std::string thumb;
-  Status st = GetOrMakeThumbnail(ctx.d->layout.thumbs, AccessDiskPath(ctx.d->layout, item), n.hash, n.ext,
-                                 want, &thumb);
+  ScopedFd source;
+  Status st = OpenDecoderInput(AccessDiskPath(ctx.d->layout, item), &source);
+  if (st.ok())
+    st = GetOrMakeThumbnail(Decoder::FromConfig(ctx.d->config), ctx.d->layout.thumbs, source.get(), n.hash,
+                            n.ext, want, ctx.client_fd, &thumb);
+  else
+    st = Status(kErrNoThumbnail, "no thumbnail for this item: " + st.message());
   if (st.code() == kErrNoThumbnail) return Status(kErrNoThumbnail, st.message() + " (" + item.view_path + ")");
   ORVEL_RETURN_IF_ERROR(st);
   std::string stem = n.name.substr(0, n.name.find_last_of('.'));

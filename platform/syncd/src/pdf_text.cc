@@ -1,47 +1,27 @@
 // See pdf_text.h.
 #include "pdf_text.h"
 
-#include <fcntl.h>
-
-#include <memory>
-#include <mutex>
-#include <vector>
-
-#include <poppler/cpp/poppler-document.h>
-#include <poppler/cpp/poppler-global.h>
-#include <poppler/cpp/poppler-page.h>
-
 #include "log.h"
 #include "search_index.h"
 #include "tree.h"
 
 namespace orvel::syncd {
-namespace {
 
-void PopplerMessage(const std::string& msg, void*) { SLOG_DEBUG("pdf text: %s", msg.c_str()); }
-
-void QuietPoppler() {
-  static std::once_flag once;
-  std::call_once(once, [] { poppler::set_debug_error_function(PopplerMessage, nullptr); });
-}
-
-}  // namespace
-
-std::string ReadPdfText(const std::string& path, size_t max) {
-  QuietPoppler();
-  // Open without following links, then let poppler read that very inode.
-  ScopedFd fd(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-  if (!fd.valid()) return "";
-  const std::string by_fd = "/proc/self/fd/" + std::to_string(fd.get());
-  std::unique_ptr<poppler::document> doc(poppler::document::load_from_file(by_fd));
-  if (!doc || doc->is_locked()) return "";
+std::string ReadPdfText(const Decoder& decoder, const std::string& path, size_t max) {
+  ScopedFd fd;
+  Status st = OpenDecoderInput(path, &fd);
+  if (st.ok()) st = CheckDecoderInput(fd.get(), decoder.max_input_bytes);
   std::string raw;
-  for (int i = 0; i < doc->pages() && raw.size() < max; ++i) {
-    std::unique_ptr<poppler::page> page(doc->create_page(i));
-    if (!page) continue;
-    std::vector<char> utf8 = page->text().to_utf8();
-    if (!raw.empty()) raw.push_back('\n');
-    raw.append(utf8.data(), utf8.size());
+  if (st.ok()) {
+    DecodeRun run;
+    run.args = {"pdf-text", std::to_string(max)};
+    run.in_fd = fd.get();
+    run.capture = max;
+    st = RunDecoder(decoder, run, kErrNotConvertible, &raw);
+  }
+  if (!st.ok()) {
+    SLOG_DEBUG("pdf text of %s: %s", path.c_str(), st.ToString().c_str());
+    return "";
   }
   return CleanIndexableText(raw, max);
 }

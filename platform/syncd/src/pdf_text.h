@@ -1,19 +1,22 @@
-// pdf_text: the text of a PDF file for the search index, through poppler's
-// C++ interface. Poppler's own diagnostics are routed to the daemon's debug
-// log instead of stderr.
+// pdf_text: the text of a PDF file for the search index. The PDF is parsed
+// by orvel-decode (poppler's C++ interface) in a child process under the
+// decoder limits (decode.h), never inside the daemon.
 //
-// Threading: safe to call from any thread; each call opens its own document.
+// Threading: safe to call from any thread; each call runs its own child.
 #pragma once
 
 #include <cstddef>
 #include <string>
 
+#include "decode.h"
+
 namespace orvel::syncd {
 
 // The text of the PDF at path, page after page (pages separated by a
 // newline), at most `max` bytes, as valid UTF-8 without control characters.
-// Empty when the file is not a readable PDF, is password-protected, or is a
-// symbolic link. Never fails.
-std::string ReadPdfText(const std::string& path, size_t max);
+// Empty when the file is not a readable PDF, is password-protected, is a
+// symbolic link, is over the input size limit or runs over the memory or
+// time limit (logged). Never fails.
+std::string ReadPdfText(const Decoder& decoder, const std::string& path, size_t max);
 
 }  // namespace orvel::syncd

@@ -103,8 +103,8 @@ std::string CleanIndexableText(const std::string& raw_in, size_t max) {
   return out;
 }
 
-std::string ExtractIndexableText(const Node& node, const std::string& path) {
-  return IsPdf(node) ? ReadPdfText(path, kMaxText) : ReadIndexableText(path, kMaxText);
+std::string ExtractIndexableText(const Decoder& decoder, const Node& node, const std::string& path) {
+  return IsPdf(node) ? ReadPdfText(decoder, path, kMaxText) : ReadIndexableText(path, kMaxText);
 }
 
 std::string KeywordToMatch(const std::string& keyword) {
@@ -126,6 +126,7 @@ std::string KeywordToMatch(const std::string& keyword) {
 Status DrainSearchQueue(Daemon& d, Store* store) {
   std::lock_guard<std::mutex> lock(g_drain_mu);
   BrowseStore* b = store->browse();
+  const Decoder decoder = Decoder::FromConfig(d.config);
   for (;;) {
     std::vector<PendingIndex> pending;
     ORVEL_RETURN_IF_ERROR(b->PendingForIndex(kBatch, &pending));
@@ -143,7 +144,7 @@ Status DrainSearchQueue(Daemon& d, Store* store) {
         item.name = n.name;
         std::string path;
         if (HasIndexableText(n) && NodeDiskPath(d, store, n, &path).ok())
-          item.body = ExtractIndexableText(n, path);
+          item.body = ExtractIndexableText(decoder, n, path);
       }
       batch.push_back(std::move(item));
     }

@@ -12,6 +12,7 @@
 
 #include "daemon.h"
 #include "db/store.h"
+#include "decode.h"
 
 namespace orvel::syncd {
 
@@ -24,8 +25,8 @@ Status DrainSearchQueue(Daemon& d, Store* store);
 bool HasIndexableText(const Node& node);
 
 // The indexed text of a file whose HasIndexableText is true, read from path
-// (PDF text through pdf_text.h). Empty on any read error.
-std::string ExtractIndexableText(const Node& node, const std::string& path);
+// (PDF text through pdf_text.h, by `decoder`). Empty on any read error.
+std::string ExtractIndexableText(const Decoder& decoder, const Node& node, const std::string& path);
 
 // The first `max` bytes of a text file as valid UTF-8 (invalid bytes and
 // control characters become spaces). Empty on any read error.

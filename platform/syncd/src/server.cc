@@ -94,7 +94,7 @@ void Server::Serve(int fd, uint64_t id) {
         }
         break;
       }
-      PObject answer = Dispatch(d_, cred.uid, request);
+      PObject answer = Dispatch(d_, cred.uid, request, fd);
       if (!wire::WriteFrame(fd, answer).ok()) break;
     }
   }

@@ -87,7 +87,7 @@ Status RunConvertTask(TaskContext& ctx) {
     if (format.empty() || src.node.is_dir())
       return Status(kErrNotConvertible, "conversion not supported for this type: " + src.ViewPath());
     const std::string out_dir = ctx.TempPath("conv-" + std::to_string(i));
-    TempPathGuard out_guard(out_dir), log_guard(out_dir + ".log");
+    TempPathGuard out_guard(out_dir);
     if (mkdir(out_dir.c_str(), 0700) != 0) return FsError("mkdir", out_dir, errno);
     std::string output;
     ORVEL_RETURN_IF_ERROR(RunSoffice(ctx, soffice, DiskPath(ctx.d->layout, src.node.owner, src.components),

@@ -40,6 +40,14 @@ class SyncConfigMgr {
   // The time the login and sharing-link throttles go by: the system clock,
   // or the fixed Unix time of the key "throttle_clock" (tests set it).
   int64_t ThrottleNow() const;
+  // Limits of every decoder the daemon runs (thumbnails, PDF text, office
+  // conversion); a key that is absent, zero or not a number keeps its default.
+  uint64_t GetDecodeMaxInputBytes() const;    // 256 MiB: larger files are not decoded
+  uint64_t GetDecodeMaxPixels() const;        // 268435456: larger images are not decoded
+  uint64_t GetRenderMemoryBytes() const;      // 1 GiB of address space per render
+  unsigned GetRenderSeconds() const;          // 30: a render is stopped after this
+  uint64_t GetConvertMemoryBytes() const;     // 4 GiB of address space per conversion
+  unsigned GetConvertSeconds() const;         // 300: a conversion is stopped after this
   const std::vector<orvel::TpxShare>& GetTpxShares() const { return tpx_shares_; }
 
   // The database files of the sqlite back-end.
@@ -54,6 +62,9 @@ class SyncConfigMgr {
   int64_t throttle_clock_ = 0;
   std::vector<orvel::TpxShare> tpx_shares_;
   std::string office_converter_ = "soffice";
+  uint64_t decode_max_input_ = 256ull << 20, decode_max_pixels_ = 1ull << 28;
+  uint64_t render_memory_ = 1ull << 30, convert_memory_ = 4ull << 30;
+  unsigned render_seconds_ = 30, convert_seconds_ = 300;
 };
 
 // Reads the configuration into *conf; 0 or -1 as SyncConfigMgr::Init.
