@@ -8,6 +8,7 @@
 #include <ctime>
 
 #include "daemon.h"
+#include "hooks.h"
 #include "log.h"
 #include "nimbard/wire.h"
 
@@ -239,6 +240,7 @@ void TaskRunner::RunOne(TaskRow row) {
   if (st.ok() && row.cancel_requested) st = Status(kErrTaskCancelled, "task cancelled");
   SLOG_DEBUG("task %s (%s) for %s: start", row.task_id.c_str(), row.kind.c_str(), row.owner.c_str());
   if (st.ok()) {
+    RunHook("task-start-" + row.kind);
     try {
       st = kind->fn(ctx);
     } catch (const std::exception& e) {
