@@ -2,5 +2,6 @@
 # the real code in syncd_core.
 orvel_add_test(syncd_unit_test
   unit/syncd_names_test.cc
+  unit/syncd_space_fs_test.cc
   unit/syncd_store_test.cc)
 target_link_libraries(syncd_unit_test PRIVATE syncd_core PkgConfig::SQLITE3)

@@ -19,6 +19,7 @@
 #include "mime.h"
 #include "nimbard/platform.h"
 #include "ops_browse.h"
+#include "space_fs.h"
 
 namespace orvel::syncd {
 namespace {
@@ -146,19 +147,17 @@ Status RenameOnDisk(RequestContext& ctx, Access* item, const std::string& name) 
   std::string view = item->view_path.substr(0, item->view_path.find_last_of('/') + 1) + name;
   if (st.ok()) return Status(kErrNameExists, "name already exists: " + view);
   if (st.code() != kErrNotFound) return st;
-  std::string from = AccessDiskPath(ctx.d->layout, *item);
-  std::string to = from.substr(0, from.find_last_of('/') + 1) + name;
-  if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) != 0) {
-    if (errno == EEXIST) return Status(kErrNameExists, "name already exists: " + view);
-    return FsError("rename", from + " -> " + to, errno);
-  }
-  ORVEL_RETURN_IF_ERROR(FsyncDir(to.substr(0, to.find_last_of('/'))));
+  ItemAt at;
+  ORVEL_RETURN_IF_ERROR(OpenItemAt(*ctx.d, item->node.owner, item->components, &at));
+  st = RenameAt(at.dir.get(), at.name, at.dir.get(), name, RENAME_NOREPLACE, at.path + " -> " + name);
+  if (st.code() == kErrNameExists) return Status(kErrNameExists, "name already exists: " + view);
+  ORVEL_RETURN_IF_ERROR(st);
   item->node.name = name;
   item->components.back() = name;
   item->view_path = view;
   if (!item->node.is_dir()) {
     item->node.ext = ExtensionOf(name);
-    item->node.content_type = ContentTypeOf(name, false);
+    if (!item->node.is_link()) item->node.content_type = ContentTypeOf(name, false);
   }
   return Status::OK();
 }
@@ -186,6 +185,23 @@ Status Commit(RequestContext& ctx, Node& n, const Revision* rev) {
   return tx.Commit();
 }
 
+// Renames the new content over the item's entry at `at`, keeping the old
+// content under @versions first (a link has none), and updates the row.
+Status PutContent(Daemon& d, const ItemAt& at, NewContent* content, Node* n, std::unique_ptr<Revision>* rev) {
+  if (!n->hash.empty() && n->hash != content->hash && !n->is_link()) {
+    ORVEL_RETURN_IF_ERROR(KeepVersionAt(d, at.dir.get(), at.name, at.path, n->hash));
+    *rev = std::make_unique<Revision>(Revision{n->file_id, n->sync_id, n->size, n->modified_time, n->hash});
+  }
+  std::string staged;
+  ORVEL_RETURN_IF_ERROR(TmpRelative(d.layout, content->path, &staged));
+  ORVEL_RETURN_IF_ERROR(RenameAt(d.dirs.tmp(), staged, at.dir.get(), at.name, 0, at.path));
+  content->guard->Cancel();
+  n->size = content->size;
+  n->hash = content->hash;
+  n->content_type = ContentTypeOf(n->name, false);
+  return Status::OK();
+}
+
 // The locked part: disk steps, then the row.
 Status ApplyUnderLock(RequestContext& ctx, const UpdateArgs& a, NewContent* content, Access* item) {
   Node fresh;
@@ -195,26 +211,21 @@ Status ApplyUnderLock(RequestContext& ctx, const UpdateArgs& a, NewContent* cont
   Node& n = item->node;
   int64_t now = time(nullptr);
   if (a.has_name && a.name != n.name) ORVEL_RETURN_IF_ERROR(RenameOnDisk(ctx, item, a.name));
-  std::string dest = AccessDiskPath(ctx.d->layout, *item);
+  const bool new_content = content && !content->path.empty();
+  ItemAt at;  // the entry itself; new content replaces it (a link included), never goes through it
+  Status opened = new_content || a.accessed || a.modified ? OpenItemAt(*ctx.d, n.owner, item->components, &at)
+                                                          : Status::OK();
   std::unique_ptr<Revision> rev;
-  if (content && !content->path.empty()) {
-    if (!n.hash.empty() && n.hash != content->hash) {
-      ORVEL_RETURN_IF_ERROR(LinkDurable(dest, ctx.d->layout.versions + "/" + n.hash));
-      rev = std::make_unique<Revision>(Revision{n.file_id, n.sync_id, n.size, n.modified_time, n.hash});
-    }
-    ORVEL_RETURN_IF_ERROR(RenameDurable(content->path, dest));
-    content->guard->Cancel();
-    n.size = content->size;
-    n.hash = content->hash;
+  if (new_content) {
+    ORVEL_RETURN_IF_ERROR(opened);
+    ORVEL_RETURN_IF_ERROR(PutContent(*ctx.d, at, content, &n, &rev));
     n.modified_time = now;
   }
   if (a.created) n.created_time = Seconds(a.created);
   if (a.accessed) n.access_time = Seconds(a.accessed);
   if (a.modified) n.modified_time = Seconds(a.modified);
-  if (a.accessed || a.modified) {
-    ScopedFd fd(open(dest.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-    if (fd.valid()) SetTimes(fd.get(), n.access_time, n.modified_time, dest);
-  }
+  if ((a.accessed || a.modified) && opened.ok())
+    SetTimesAt(at.dir.get(), at.name, n.access_time, n.modified_time, at.path);
   if (a.has_encrypted) n.encrypted = a.encrypted;
   if (!a.properties.empty()) n.properties = a.properties;
   n.change_time = now;

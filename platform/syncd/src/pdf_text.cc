@@ -1,8 +1,6 @@
 // See pdf_text.h.
 #include "pdf_text.h"
 
-#include <fcntl.h>
-
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -13,7 +11,6 @@
 
 #include "log.h"
 #include "search_index.h"
-#include "tree.h"
 
 namespace orvel::syncd {
 namespace {
@@ -27,12 +24,11 @@ void QuietPoppler() {
 
 }  // namespace
 
-std::string ReadPdfText(const std::string& path, size_t max) {
+std::string ReadPdfText(int fd, size_t max) {
   QuietPoppler();
-  // Open without following links, then let poppler read that very inode.
-  ScopedFd fd(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-  if (!fd.valid()) return "";
-  const std::string by_fd = "/proc/self/fd/" + std::to_string(fd.get());
+  // Poppler reads that very inode, the one the caller opened.
+  if (fd < 0) return "";
+  const std::string by_fd = "/proc/self/fd/" + std::to_string(fd);
   std::unique_ptr<poppler::document> doc(poppler::document::load_from_file(by_fd));
   if (!doc || doc->is_locked()) return "";
   std::string raw;

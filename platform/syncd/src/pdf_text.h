@@ -10,10 +10,10 @@
 
 namespace orvel::syncd {
 
-// The text of the PDF at path, page after page (pages separated by a
+// The text of the PDF open as fd, page after page (pages separated by a
 // newline), at most `max` bytes, as valid UTF-8 without control characters.
-// Empty when the file is not a readable PDF, is password-protected, or is a
-// symbolic link. Never fails.
-std::string ReadPdfText(const std::string& path, size_t max);
+// Empty when the file is not a readable PDF or is password-protected, and
+// for fd -1. Never fails.
+std::string ReadPdfText(int fd, size_t max);
 
 }  // namespace orvel::syncd

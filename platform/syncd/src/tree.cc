@@ -209,9 +209,6 @@ Status HashPath(const std::string& path, std::string* hex, uint64_t* size) {
   return HashFd(fd.get(), hex, size);
 }
 
-namespace {
-
-// Removes the entries of the open folder dfd, then nothing else.
 Status RemoveContents(int dfd, const std::string& path) {
   DIR* dir = fdopendir(dfd);
   if (!dir) {
@@ -240,8 +237,6 @@ Status RemoveContents(int dfd, const std::string& path) {
   closedir(dir);
   return result;
 }
-
-}  // namespace
 
 Status RemoveTree(const std::string& path) {
   if (unlink(path.c_str()) == 0 || errno == ENOENT) return Status::OK();
