@@ -105,7 +105,8 @@ TEST_F(ConfineOpsTest, UpdateNeverWritesThroughALink) {
                 Params({{"path", "/mydrive/docs/a.txt"}, {"file_content", content}}), kDenied);
   ExpectRefused("rename below a swapped folder", "update",
                 Params({{"path", "/mydrive/docs/a.txt"}, {"name", "b.txt"}}), kDenied);
-  ExpectRefused("..", "update", Params({{"path", "/mydrive/docs/../../outside/secret.txt"}, {"name", "x"}}), kInvalidName);
+  ExpectRefused("..", "update", Params({{"path", "/mydrive/docs/../../outside/secret.txt"}, {"name", "x"}}),
+                kInvalidName);
   // Renaming the link entries themselves changes nothing outside.
   ExpectDone("rename a file link", "update", Params({{"path", "/mydrive/note.txt"}, {"name", "note2.txt"}}));
   ExpectDone("rename a folder link", "update", Params({{"path", "/mydrive/docs"}, {"name", "docs2"}}));
@@ -213,7 +214,8 @@ TEST_F(ConfineLinksTest, AFolderWithALinkIsArchivedWithTheLinkAsALink) {
 
 TEST_F(ConfineLinksTest, LinksAreCopiedMovedUpdatedAndDeletedAsLinks) {
   const Json::Value dst("/mydrive/dst");
-  ExpectDone("copy", "copy", Params({{"files", Files({"/mydrive/lnk-dir", "/mydrive/box"})}, {"to_parent_folder", dst}}));
+  ExpectDone("copy", "copy",
+             Params({{"files", Files({"/mydrive/lnk-dir", "/mydrive/box"})}, {"to_parent_folder", dst}}));
   EXPECT_EQ(LinkAt("dst/lnk-dir"), out_ + "/dir");
   EXPECT_EQ(LinkAt("dst/box/up.jpg"), "../../../../../outside/pic.jpg");
   ExpectDone("rename", "update", Params({{"path", "/mydrive/lnk-dir"}, {"name", "renamed"}}));
