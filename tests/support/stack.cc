@@ -77,7 +77,7 @@ bool CanConnect(const std::string& path) {
 
 std::vector<std::string> BaseEnv(const std::string& root) {
   std::vector<std::string> env = {"ZEMO_ROOT=" + root, "PATH=/usr/sbin:/usr/bin:/sbin:/bin"};
-  for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS", "HOME"}) {
+  for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS", "HOME", "ORVEL_SYNCD_HOOKS"}) {
     if (const char* v = std::getenv(name)) env.push_back(std::string(name) + "=" + v);
   }
   return env;

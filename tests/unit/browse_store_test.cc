@@ -2,6 +2,7 @@
 // recent items, access requests, the search index and its queue) and the
 // pure helpers around them: keywords to match expressions, text
 // extraction, thumbnail specs and roles.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -299,6 +300,11 @@ TEST(BrowseHelpersTest, KeywordsBecomeQuotedPrefixTerms) {
   EXPECT_EQ(KeywordToMatch("café"), "\"café\"*");
 }
 
+// Opens path as the daemon opens a file it indexes (never through a link).
+ScopedFd OpenForText(const std::string& path) {
+  return ScopedFd(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+}
+
 TEST(BrowseHelpersTest, IndexedTextIsValidUtf8) {
   char tmpl[] = "/tmp/browse-text-XXXXXX";
   int fd = mkstemp(tmpl);
@@ -306,10 +312,10 @@ TEST(BrowseHelpersTest, IndexedTextIsValidUtf8) {
   const std::string bytes = std::string("ok \xff\xfe caf\xc3\xa9\x01 end", 16);
   ASSERT_EQ(write(fd, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
   close(fd);
-  EXPECT_EQ(ReadIndexableText(tmpl, 1 << 20), "ok    café  end");
-  EXPECT_EQ(ReadIndexableText(tmpl, 2), "ok");
+  EXPECT_EQ(ReadIndexableText(OpenForText(tmpl).get(), 1 << 20), "ok    café  end");
+  EXPECT_EQ(ReadIndexableText(OpenForText(tmpl).get(), 2), "ok");
   unlink(tmpl);
-  EXPECT_EQ(ReadIndexableText("/nonexistent/file", 10), "");
+  EXPECT_EQ(ReadIndexableText(-1, 10), "");
 }
 
 TEST(BrowseHelpersTest, PdfTextIsExtractedPageByPage) {
@@ -323,23 +329,21 @@ TEST(BrowseHelpersTest, PdfTextIsExtractedPageByPage) {
   const std::string pdf = write("two.pdf", orvel::test::MakePdf({"Quarterly (draft) figures", "second page"}));
   Decoder decoder;
   decoder.program = ORVEL_DECODE_PATH;
-  const std::string text = ReadPdfText(decoder, pdf, 1 << 20);
+  const std::string text = ReadPdfText(decoder, OpenForText(pdf).get(), 1 << 20);
   EXPECT_NE(text.find("Quarterly (draft) figures"), std::string::npos) << text;
   EXPECT_NE(text.find("second page"), std::string::npos) << text;
   EXPECT_LT(text.find("Quarterly"), text.find("second")) << text;
   for (unsigned char c : text) EXPECT_TRUE(c >= 0x20 || c == '\n' || c == '\t') << static_cast<int>(c);
   // The limit cuts the text.
-  EXPECT_EQ(ReadPdfText(decoder, pdf, 9), "Quarterly");
+  EXPECT_EQ(ReadPdfText(decoder, OpenForText(pdf).get(), 9), "Quarterly");
 
-  // Not a PDF, a missing file, a symbolic link: no text, no failure.
-  EXPECT_EQ(ReadPdfText(decoder, write("fake.pdf", "%PDF-1.4 garbage"), 1 << 20), "");
-  EXPECT_EQ(ReadPdfText(decoder, dir + "/missing.pdf", 1 << 20), "");
-  ASSERT_EQ(symlink(pdf.c_str(), (dir + "/link.pdf").c_str()), 0);
-  EXPECT_EQ(ReadPdfText(decoder, dir + "/link.pdf", 1 << 20), "");
+  // Not a PDF, no file (a missing one, a link not opened): no text, no failure.
+  EXPECT_EQ(ReadPdfText(decoder, OpenForText(write("fake.pdf", "%PDF-1.4 garbage")).get(), 1 << 20), "");
+  EXPECT_EQ(ReadPdfText(decoder, -1, 1 << 20), "");
   // Over the decoder's input limit: not parsed at all.
   Decoder small = decoder;
   small.max_input_bytes = 100;
-  EXPECT_EQ(ReadPdfText(small, pdf, 1 << 20), "");
+  EXPECT_EQ(ReadPdfText(small, OpenForText(pdf).get(), 1 << 20), "");
 
   // Which files are indexed: PDFs by extension or content type.
   Node n;
@@ -351,8 +355,12 @@ TEST(BrowseHelpersTest, PdfTextIsExtractedPageByPage) {
   EXPECT_FALSE(HasIndexableText(n));
   n.content_type = "application/pdf";
   EXPECT_TRUE(HasIndexableText(n));
-  EXPECT_NE(ExtractIndexableText(decoder, n, pdf).find("second page"), std::string::npos);
+  EXPECT_NE(ExtractIndexableText(decoder, n, OpenForText(pdf).get()).find("second page"), std::string::npos);
   n.encrypted = true;
+  EXPECT_FALSE(HasIndexableText(n));
+  // A link item is never read, whatever its name.
+  n.encrypted = false;
+  n.content_type = kLinkContentType;
   EXPECT_FALSE(HasIndexableText(n));
   RemoveTree(dir);
 }

@@ -2,6 +2,7 @@
 # child runner) against the real code in syncd_core.
 orvel_add_test(syncd_unit_test
   unit/syncd_names_test.cc
+  unit/syncd_space_fs_test.cc
   unit/syncd_store_test.cc
   unit/syncd_intent_test.cc
   unit/syncd_intake_test.cc

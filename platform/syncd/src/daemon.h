@@ -16,6 +16,7 @@
 #include "db/pool.h"
 #include "nimbard/sync_config.h"
 #include "nimbard/user_db.h"
+#include "space_fs.h"
 #include "token_throttle.h"
 #include "tree.h"
 
@@ -42,6 +43,7 @@ class UserDirectory {
 struct Daemon {
   SyncConfigMgr config;
   Layout layout;
+  DataDirs dirs;  // opened by main once the layout exists
   std::unique_ptr<StorePool> pool;
   std::unique_ptr<UserDirectory> users;
   JobRunner* jobs = nullptr;  // owned by main; may be null in tests

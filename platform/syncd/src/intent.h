@@ -18,6 +18,11 @@
 // Without a store (new uploads) nothing is recorded: the guard still undoes
 // on failure, and after a crash reconciliation indexes the new item whole.
 //
+// Steps are recorded as paths inside the data folder, and every step, live
+// or at start-up, reaches its entries beneath the data folder without
+// following a link on the way (space_fs.h): a folder swapped for a link
+// between the record and the rename makes the step fail, never escape.
+//
 // Threading: a RenameIntent belongs to one write under Daemon::write_mu.
 #pragma once
 
@@ -47,8 +52,13 @@ class RenameIntent {
   RenameIntent(const RenameIntent&) = delete;
   RenameIntent& operator=(const RenameIntent&) = delete;
 
-  // Adds a rename of from -> to (RENAME_NOREPLACE unless replace).
+  // Adds a rename of from -> to (RENAME_NOREPLACE unless replace); both are
+  // paths inside the data folder.
   void Add(const std::string& from, const std::string& to, bool replace = false);
+  // The same for the entry from_name of the open folder from_dir and the
+  // entry to_name of to_dir (their paths are taken from the fds now).
+  void Add(int from_dir, const std::string& from_name, int to_dir, const std::string& to_name,
+           bool replace = false);
   // Notes each source's inode and records the steps (own transaction).
   Status Record();
   // Performs the steps in order (once); stops at the first failure.

@@ -88,7 +88,7 @@ int JobRunner::RunDue() {
     for (const UnlinkJob& job : jobs) {
       // Checked again: the folders may have changed since the push.
       Status check = CheckUnlinkPath(job.path, d_->layout.tmp);
-      Status rm = check.ok() ? RemoveTree(job.path) : check;
+      Status rm = check.ok() ? RemoveTmpPath(*d_, job.path) : check;
       if (!rm.ok()) SLOG_WARN("unlink job %lld: %s", static_cast<long long>(job.id), rm.ToString().c_str());
       else SLOG_DEBUG("unlinked %s", job.path.c_str());
       st = store->DeleteUnlink(job.id);
@@ -108,7 +108,7 @@ void JobRunner::Loop() {
     int64_t now = time(nullptr);
     if (now - last_clean >= kTmpCleanEvery) {
       int removed = 0;
-      CleanTmp(d_->layout.tmp, kTmpMaxAge, &removed);
+      CleanTmp(*d_, kTmpMaxAge, &removed);
       if (removed) SLOG_INFO("removed %d old entries of %s", removed, d_->layout.tmp.c_str());
       last_clean = now;
     }

@@ -112,6 +112,7 @@ int Main(int argc, char** argv) {
   std::unique_ptr<Daemon> d;
   Status st = Daemon::FromConfig(config, &d);
   if (st.ok()) st = d->layout.Create();
+  if (st.ok()) st = d->dirs.Open(d->layout);
   if (st.ok()) st = MakeDirs(config.GetWorkingDirPath(), 0755);
   if (st.ok()) st = MakeDirs(DirOf(config.GetSyncDbPath()), 0755);
   std::string socket_path = config.GetSocketPath();
@@ -150,7 +151,7 @@ int Main(int argc, char** argv) {
     return 1;
   }
   int removed = 0;
-  CleanTmp(d->layout.tmp, 24 * 3600, &removed);
+  CleanTmp(*d, 24 * 3600, &removed);
   if (removed) SLOG_INFO("removed %d temp entries older than a day", removed);
   RemoveStaleThumbTemps(d->layout.thumbs, &removed);
   if (removed) SLOG_INFO("removed %d unfinished thumbnails", removed);

@@ -13,6 +13,7 @@
 #include "jobs.h"
 #include "log.h"
 #include "nimbard/utf8.h"
+#include "space_fs.h"
 #include "ops_transfer.h"
 #include "tasks.h"
 #include "transfer.h"
@@ -32,17 +33,23 @@ Status ReadSelection(RequestContext& ctx, const PObject& args, std::vector<Resol
   return ResolveAllForTransfer(ctx, files, TransferUse::kRead, items);
 }
 
-// Links (or, across file systems, copies) the file src to dst.
-Status HandOver(const std::string& src, const std::string& dst) {
-  if (link(src.c_str(), dst.c_str()) == 0) return Status::OK();
-  if (errno == EEXIST) return Status(kErrNameExists, "name already exists: " + dst);
-  if (errno == ENOENT) return Status(kErrDataMissing, "data file missing: " + src);
-  if (errno != EXDEV && errno != EPERM) return FsError("link", src + " -> " + dst, errno);
-  ScopedFd in(open(src.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-  if (!in.valid()) return FsError("open", src, errno);
-  ScopedFd out(open(dst.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0640));
-  if (!out.valid()) return FsError("create", dst, errno);
-  TempPathGuard guard(dst);
+// Hands the regular file `f` over as dst_name in the folder dst_dir: a hard
+// link of the inode opened beneath the owner's space (or, where a link is
+// not possible, a copy). A symbolic link item, or a link found on the way,
+// is refused: its target is never served.
+Status HandOver(Daemon& d, const Resolved& f, int dst_dir, const std::string& dst_name, const std::string& dst) {
+  if (f.node.is_link()) return Status(kErrPermission, "symbolic link not followed: " + f.ViewPath());
+  ItemAt at;
+  ScopedFd in;
+  Status st = OpenItemAt(d, f.node.owner, f.components, &at);
+  if (st.ok()) st = OpenFileAt(at.dir.get(), at.name, at.path, &in);
+  if (st.code() == kErrNotFound) return Status(kErrDataMissing, "data file missing: " + at.path);
+  ORVEL_RETURN_IF_ERROR(st);
+  st = LinkFdAt(in.get(), dst_dir, dst_name, dst);
+  if (st.ok() || st.code() == kErrNameExists) return st;
+  ScopedFd out;
+  ORVEL_RETURN_IF_ERROR(CreateFileAt(dst_dir, dst_name, 0640, dst, &out));
+  TempEntryGuard guard(dst_dir, dst_name);
   ORVEL_RETURN_IF_ERROR(CopyFileContent(in.get(), out.get(), dst));
   guard.Cancel();
   return Status::OK();
@@ -88,12 +95,13 @@ Status OpDownload(RequestContext& ctx, const PObject& args, PObject* result) {
   ORVEL_RETURN_IF_ERROR(ArgString(args, "temp_dir", &temp_dir));
   while (temp_dir.size() > 1 && temp_dir.back() == '/') temp_dir.pop_back();
   ORVEL_RETURN_IF_ERROR(CheckUnlinkPath(temp_dir, ctx.d->layout.tmp));
-  struct stat st;
-  if (stat(temp_dir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode))
-    return Status(kErrNotFolder, "temp_dir is not a folder: " + temp_dir);
+  ScopedFd dir;
+  Status st = OpenTmpFolder(*ctx.d, temp_dir, &dir);
+  if (st.code() == kErrPermission) return st;
+  if (!st.ok()) return Status(kErrNotFolder, "temp_dir is not a folder: " + temp_dir);
   const Resolved& f = items.front();
   const std::string dst = temp_dir + "/" + f.node.name;
-  ORVEL_RETURN_IF_ERROR(HandOver(DiskPath(ctx.d->layout, f.node.owner, f.components), dst));
+  ORVEL_RETURN_IF_ERROR(HandOver(*ctx.d, f, dir.get(), f.node.name, dst));
   (*result)["file_path"] = dst;
   (*result)["file_name"] = orvel::ValidUtf8(f.node.name);  // the name the browser saves: valid UTF-8
   return Status::OK();
@@ -119,8 +127,10 @@ Status OpDownloadTaskResult(RequestContext& ctx, const PObject& args, PObject* r
   ORVEL_RETURN_IF_ERROR(TaskOutcome(row));
   PObject task = TaskToPObject(row);
   const std::string path = task["result"]["path"].asString();
+  std::string rel;
   struct stat st;
-  if (path.empty() || lstat(path.c_str(), &st) != 0)
+  if (!TmpRelative(ctx.d->layout, path, &rel).ok() ||
+      fstatat(ctx.d->dirs.tmp(), rel.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0)
     return Status(kErrNotFound, "the download of task " + row.task_id + " is no longer available");
   if (ctx.d->jobs) {
     Status queued = ctx.d->jobs->PushUnlink(path, kStagingKeepSeconds);

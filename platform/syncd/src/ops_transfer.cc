@@ -131,17 +131,10 @@ Status CheckServerPath(RequestContext& ctx, const std::string& path, std::string
     if (errno == ENOENT || errno == ENOTDIR) return Status(kErrServerPathMissing, "server path not found: " + path);
     return Status(kErrServerPathRefused, "server path not allowed: " + path);
   }
-  const std::string data = RealPathOf(ctx.d->layout.data);
-  if (!data.empty() && (PathIsInside(*real, data) || PathIsInside(data, *real)))
+  std::string root;
+  if (!ServerShareOf(*ctx.d, ctx.caller.user.name, *real, &root).ok())
     return Status(kErrServerPathRefused, "server path not allowed: " + path);
-  for (const TpxShare& share : ctx.d->config.GetTpxShares()) {
-    const std::string root = RealPathOf(share.path);
-    if (root.empty() || !PathIsInside(*real, root)) continue;
-    for (const std::string& u : share.users) {
-      if (u == "*" || u == ctx.caller.user.name) return Status::OK();
-    }
-  }
-  return Status(kErrServerPathRefused, "server path not allowed: " + path);
+  return Status::OK();
 }
 
 // Only the owner empties an item from the recycle bin.
@@ -211,7 +204,7 @@ Status OpConvertOffice(RequestContext& ctx, const PObject& args, PObject* result
   std::vector<Resolved> sources;
   ORVEL_RETURN_IF_ERROR(ResolveAll(*ctx.d, ctx.store.get(), ctx.caller, files, &sources));
   for (const Resolved& s : sources) {
-    if (s.node.is_dir() || OfficeTargetFormat(s.node.name).empty())
+    if (s.node.is_dir() || s.node.is_link() || OfficeTargetFormat(s.node.name).empty())
       return Status(kErrNotConvertible, "conversion not supported for this type: " + s.ViewPath());
   }
   if (FindSoffice(ctx.d->config.GetOfficeConverter()).empty())

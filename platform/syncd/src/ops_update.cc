@@ -24,6 +24,7 @@
 #include "nimbard/platform.h"
 #include "ops_browse.h"
 #include "staged_data.h"
+#include "space_fs.h"
 
 namespace orvel::syncd {
 namespace {
@@ -151,17 +152,19 @@ Status PlanRename(RequestContext& ctx, Access* item, const std::string& name, Re
   if (st.ok() && other.file_id != item->node.file_id)
     return Status(kErrNameExists, "name already exists: " + view);
   if (!st.ok() && st.code() != kErrNotFound) return st;
-  std::string from = AccessDiskPath(ctx.d->layout, *item);
-  std::string to = from.substr(0, from.find_last_of('/') + 1) + name;
+  ItemAt at;
+  ORVEL_RETURN_IF_ERROR(OpenItemAt(*ctx.d, item->node.owner, item->components, &at));
   struct stat on_disk;
-  if (lstat(to.c_str(), &on_disk) == 0) return Status(kErrNameExists, "name already exists: " + view);
-  intent->Add(from, to);
+  bool exists = false;
+  ORVEL_RETURN_IF_ERROR(StatAt(at.dir.get(), name, at.path, &on_disk, &exists));
+  if (exists) return Status(kErrNameExists, "name already exists: " + view);
+  intent->Add(at.dir.get(), at.name, at.dir.get(), name);
   item->node.name = name;
   item->components.back() = name;
   item->view_path = view;
   if (!item->node.is_dir()) {
     item->node.ext = ExtensionOf(name);
-    item->node.content_type = ContentTypeOf(name, false);
+    if (!item->node.is_link()) item->node.content_type = ContentTypeOf(name, false);
   }
   return Status::OK();
 }
@@ -201,34 +204,36 @@ Status ApplyUnderLock(RequestContext& ctx, const UpdateArgs& a, NewContent* cont
   Node& n = item->node;
   int64_t now = time(nullptr);
   // Both renames (name, content) are recorded first; a failure or a crash
-  // before the commit takes them back (intent.h).
+  // before the commit takes them back (intent.h). New content replaces the
+  // entry itself (a link included), never goes through it.
   RenameIntent intent(ctx.d->layout, ctx.store.get());
-  const std::string before = AccessDiskPath(ctx.d->layout, *item);
+  const std::vector<std::string> before = item->components;
   if (a.has_name && a.name != n.name) ORVEL_RETURN_IF_ERROR(PlanRename(ctx, item, a.name, &intent));
-  std::string dest = AccessDiskPath(ctx.d->layout, *item);
   std::unique_ptr<Revision> rev;
   const bool new_content = content && !content->path.empty();
   if (new_content) {
-    if (!n.hash.empty() && n.hash != content->hash) {
-      ORVEL_RETURN_IF_ERROR(LinkDurable(before, ctx.d->layout.versions + "/" + n.hash));
+    ItemAt now_at;
+    ORVEL_RETURN_IF_ERROR(OpenItemAt(*ctx.d, n.owner, before, &now_at));
+    if (!n.hash.empty() && n.hash != content->hash && !n.is_link()) {
+      ORVEL_RETURN_IF_ERROR(KeepVersionAt(*ctx.d, now_at.dir.get(), now_at.name, now_at.path, n.hash));
       rev = std::make_unique<Revision>(Revision{n.file_id, n.sync_id, n.size, n.modified_time, n.hash});
     }
-    intent.Add(content->path, dest, true);
+    intent.Add(content->path, AccessDiskPath(ctx.d->layout, *item), true);
   }
   ORVEL_RETURN_IF_ERROR(intent.Record());
   ORVEL_RETURN_IF_ERROR(intent.Apply());
   if (new_content) {
     n.size = content->size;
     n.hash = content->hash;
+    n.content_type = ContentTypeOf(n.name, false);
     n.modified_time = now;
   }
   if (a.created) n.created_time = Seconds(a.created);
   if (a.accessed) n.access_time = Seconds(a.accessed);
   if (a.modified) n.modified_time = Seconds(a.modified);
-  if (a.accessed || a.modified) {
-    ScopedFd fd(open(dest.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-    if (fd.valid()) SetTimes(fd.get(), n.access_time, n.modified_time, dest);
-  }
+  ItemAt at;
+  if ((a.accessed || a.modified) && OpenItemAt(*ctx.d, n.owner, item->components, &at).ok())
+    SetTimesAt(at.dir.get(), at.name, n.access_time, n.modified_time, at.path);
   if (a.has_encrypted) n.encrypted = a.encrypted;
   if (!a.properties.empty()) n.properties = a.properties;
   n.change_time = now;

@@ -28,6 +28,7 @@
 #include "name_forms.h"
 #include "ops.h"
 #include "ops_browse.h"
+#include "space_fs.h"
 #include "staged_data.h"
 
 namespace orvel::syncd {
@@ -177,15 +178,18 @@ Status TakeOwnership(const Staged& s) {
   return Status::OK();
 }
 
-bool DiskEntryExists(const std::string& path) {
+bool DiskEntryExists(int dir, const std::string& name) {
   struct stat st;
-  return lstat(path.c_str(), &st) == 0;
+  bool exists = false;
+  return !StatAt(dir, name, name, &st, &exists).ok() || exists;  // unsure: taken
 }
 
 // The renamed file must be the one that was hashed.
-Status CheckSameInode(const Staged& s, const std::string& dest) {
+Status CheckSameInode(const Staged& s, int dir, const std::string& name, const std::string& dest) {
   struct stat st;
-  if (lstat(dest.c_str(), &st) != 0) return FsError("lstat", dest, errno);
+  bool exists = false;
+  ORVEL_RETURN_IF_ERROR(StatAt(dir, name, dest, &st, &exists));
+  if (!exists) return FsError("lstat", dest, ENOENT);
   if (st.st_ino != s.st.st_ino || st.st_dev != s.st.st_dev)
     return Status(kErrHashMismatch, "upload source changed while it was stored: " + dest);
   return Status::OK();
@@ -193,20 +197,24 @@ Status CheckSameInode(const Staged& s, const std::string& dest) {
 
 struct Target {
   Resolved parent;
+  ScopedFd dir;  // the parent folder, opened beneath the owner's space
   std::string name;
   bool has_existing = false;
   Node existing;
+  std::string Dest(const Daemon& d) const {
+    return DiskPath(d.layout, parent.node.owner, parent.components) + "/" + name;
+  }
 };
 
 // Applies the policy to an existing name. Sets *answer_existing for "skip"
 // and for folders that already exist under an overwrite policy.
 Status ApplyPolicy(Daemon& d, Store* store, const UploadArgs& a, Target* t, bool* answer_existing) {
   *answer_existing = false;
-  std::string base = DiskPath(d.layout, t->parent.node.owner, t->parent.components);
+  ORVEL_RETURN_IF_ERROR(OpenSpaceFolder(d, t->parent.node.owner, t->parent.components, &t->dir));
   Status st = store->GetChild(t->parent.node.file_id, t->name, &t->existing);
   if (!st.ok() && st.code() != kErrNotFound) return st;
   t->has_existing = st.ok();
-  bool on_disk = DiskEntryExists(base + "/" + t->name);
+  bool on_disk = DiskEntryExists(t->dir.get(), t->name);
   if (!t->has_existing && !on_disk) return Status::OK();
   std::string view = t->parent.ViewPath() + "/" + t->name;
 
@@ -217,7 +225,7 @@ Status ApplyPolicy(Daemon& d, Store* store, const UploadArgs& a, Target* t, bool
       st = store->GetChild(t->parent.node.file_id, cand, &other);
       if (st.ok()) continue;
       if (st.code() != kErrNotFound) return st;
-      if (DiskEntryExists(base + "/" + cand)) continue;
+      if (DiskEntryExists(t->dir.get(), cand)) continue;
       t->name = cand;
       t->has_existing = false;
       return Status::OK();
@@ -266,13 +274,10 @@ Status CommitNew(Store* store, const Target& t, Node* n, const std::string& dest
 
 Status StoreFolder(Daemon& d, Store* store, const UploadArgs& a, const Target& t, const CommitHook& hook,
                    Node* out) {
-  std::string dest = DiskPath(d.layout, t.parent.node.owner, t.parent.components) + "/" + t.name;
-  ORVEL_RETURN_IF_ERROR(MakeDirDurable(dest, 0750));
+  const std::string dest = t.Dest(d);
+  ORVEL_RETURN_IF_ERROR(MakeDirAt(t.dir.get(), t.name, 0750, dest));
   int64_t now = time(nullptr);
-  if (a.mtime > 0 || a.access_time > 0) {
-    ScopedFd fd(open(dest.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (fd.valid()) SetTimes(fd.get(), a.access_time, a.mtime, dest);
-  }
+  if (a.mtime > 0 || a.access_time > 0) SetTimesAt(t.dir.get(), t.name, a.access_time, a.mtime, dest);
   Node n;
   n.file_id = NewFileId();
   n.parent_id = t.parent.node.file_id;
@@ -286,7 +291,7 @@ Status StoreFolder(Daemon& d, Store* store, const UploadArgs& a, const Target& t
   ApplyMetadata(a, &n);
   Status st = CommitNew(store, t, &n, dest, hook);
   if (!st.ok()) {
-    RemoveTree(dest);
+    RemoveAt(t.dir.get(), t.name, dest);
     return st;
   }
   *out = n;
@@ -295,22 +300,23 @@ Status StoreFolder(Daemon& d, Store* store, const UploadArgs& a, const Target& t
 
 Status StoreFile(Daemon& d, Store* store, const UploadArgs& a, const Target& t, Staged* s,
                  const CommitHook& hook, Node* out) {
-  std::string dest = DiskPath(d.layout, t.parent.node.owner, t.parent.components) + "/" + t.name;
+  const std::string dest = t.Dest(d);
   int64_t now = time(nullptr);
   Node n;
-  if (t.has_existing) {  // overwrite / overwrite_server: same item, new content
+  if (t.has_existing) {  // overwrite / overwrite_server: same item, new content (a link is replaced)
     n = t.existing;
-    bool keep = a.policy == "overwrite_server" && n.hash != s->hash && !n.hash.empty();
-    if (keep) ORVEL_RETURN_IF_ERROR(LinkDurable(dest, d.layout.versions + "/" + n.hash));
+    bool keep = a.policy == "overwrite_server" && n.hash != s->hash && !n.hash.empty() && !n.is_link();
+    if (keep) ORVEL_RETURN_IF_ERROR(KeepVersionAt(d, t.dir.get(), t.name, dest, n.hash));
     ORVEL_RETURN_IF_ERROR(TakeOwnership(*s));
     RenameIntent intent(d.layout, store);  // a failure or crash puts the old file back
     intent.Add(s->path, dest, true);
     ORVEL_RETURN_IF_ERROR(intent.Record());
     ORVEL_RETURN_IF_ERROR(intent.Apply());
-    ORVEL_RETURN_IF_ERROR(CheckSameInode(*s, dest));
+    ORVEL_RETURN_IF_ERROR(CheckSameInode(*s, t.dir.get(), t.name, dest));
     Revision rev{n.file_id, n.sync_id, n.size, n.modified_time, n.hash};
     n.size = static_cast<uint64_t>(s->st.st_size);
     n.hash = s->hash;
+    n.content_type = ContentTypeOf(n.name, false);
     n.modified_time = s->st.st_mtime;
     n.access_time = a.access_time ? a.access_time : now;
     if (a.created_time) n.created_time = a.created_time;
@@ -341,7 +347,7 @@ Status StoreFile(Daemon& d, Store* store, const UploadArgs& a, const Target& t, 
   intent.Add(s->path, dest);
   ORVEL_RETURN_IF_ERROR(intent.Record());
   ORVEL_RETURN_IF_ERROR(intent.Apply());
-  ORVEL_RETURN_IF_ERROR(CheckSameInode(*s, dest));
+  ORVEL_RETURN_IF_ERROR(CheckSameInode(*s, t.dir.get(), t.name, dest));
   n.file_id = NewFileId();
   n.parent_id = t.parent.node.file_id;
   n.owner = t.parent.node.owner;

@@ -3,24 +3,22 @@
 
 #include "log.h"
 #include "search_index.h"
-#include "tree.h"
 
 namespace orvel::syncd {
 
-std::string ReadPdfText(const Decoder& decoder, const std::string& path, size_t max) {
-  ScopedFd fd;
-  Status st = OpenDecoderInput(path, &fd);
-  if (st.ok()) st = CheckDecoderInput(fd.get(), decoder.max_input_bytes);
+std::string ReadPdfText(const Decoder& decoder, int fd, size_t max) {
+  if (fd < 0) return "";
+  Status st = CheckDecoderInput(fd, decoder.max_input_bytes);
   std::string raw;
   if (st.ok()) {
     DecodeRun run;
     run.args = {"pdf-text", std::to_string(max)};
-    run.in_fd = fd.get();
+    run.in_fd = fd;
     run.capture = max;
     st = RunDecoder(decoder, run, kErrNotConvertible, &raw);
   }
   if (!st.ok()) {
-    SLOG_DEBUG("pdf text of %s: %s", path.c_str(), st.ToString().c_str());
+    SLOG_DEBUG("pdf text: %s", st.ToString().c_str());
     return "";
   }
   return CleanIndexableText(raw, max);

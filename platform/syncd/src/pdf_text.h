@@ -12,11 +12,11 @@
 
 namespace orvel::syncd {
 
-// The text of the PDF at path, page after page (pages separated by a
+// The text of the PDF open as fd, page after page (pages separated by a
 // newline), at most `max` bytes, as valid UTF-8 without control characters.
-// Empty when the file is not a readable PDF, is password-protected, is a
-// symbolic link, is over the input size limit or runs over the memory or
-// time limit (logged). Never fails.
-std::string ReadPdfText(const Decoder& decoder, const std::string& path, size_t max);
+// Empty when the file is not a readable PDF, is password-protected, is not a
+// regular file, is over the input size limit or runs over the memory or time
+// limit (logged), and for fd -1. Never fails.
+std::string ReadPdfText(const Decoder& decoder, int fd, size_t max);
 
 }  // namespace orvel::syncd

@@ -1,8 +1,6 @@
 // See reconcile.h.
 #include "reconcile.h"
 
-#include <dirent.h>
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -16,54 +14,64 @@
 #include "log.h"
 #include "mime.h"
 #include "space.h"
+#include "space_fs.h"
 
 namespace orvel::syncd {
 namespace {
 
 struct DiskEntry {
   std::string name;
-  bool is_dir = false;
+  bool is_dir = false, is_link = false;
   struct stat st;
 };
 
-Status ReadDir(const std::string& dir, std::vector<DiskEntry>* out, uint64_t* skipped) {
+// The entries of a folder that become items: folders, regular files and
+// symbolic links (items of their own, never followed) with valid names.
+Status ReadDir(int dir, const std::string& path, std::vector<DiskEntry>* out, uint64_t* skipped) {
   out->clear();
-  DIR* dp = opendir(dir.c_str());
-  if (!dp) return FsError("opendir", dir, errno);
-  while (struct dirent* e = readdir(dp)) {
-    if (strcmp(e->d_name, ".") == 0 || strcmp(e->d_name, "..") == 0) continue;
-    DiskEntry de;
-    de.name = e->d_name;
-    if (fstatat(dirfd(dp), e->d_name, &de.st, AT_SYMLINK_NOFOLLOW) != 0) continue;
-    if (S_ISDIR(de.st.st_mode)) {
-      de.is_dir = true;
-    } else if (!S_ISREG(de.st.st_mode) || !ValidateName(de.name).ok()) {
-      ++*skipped;  // symbolic links, devices, sockets are not indexed
+  std::vector<DirEntryAt> entries;
+  ORVEL_RETURN_IF_ERROR(ReadDirAt(dir, path, &entries));
+  for (DirEntryAt& e : entries) {
+    const mode_t m = e.st.st_mode;
+    if ((!S_ISDIR(m) && !S_ISREG(m) && !S_ISLNK(m)) || !ValidateName(e.name).ok()) {
+      ++*skipped;  // devices, sockets, pipes and unusable names are not indexed
       continue;
     }
+    DiskEntry de;
+    de.name = std::move(e.name);
+    de.is_dir = S_ISDIR(m);
+    de.is_link = S_ISLNK(m);
+    de.st = e.st;
     out->push_back(std::move(de));
   }
-  closedir(dp);
   return Status::OK();
 }
 
 // Fills the row of a disk entry (a new row, or an existing one to refresh).
-Status FillFromDisk(const DiskEntry& e, const std::string& path, Node* n, bool* content_changed) {
+// A link keeps no size and no hash: its target is never read.
+Status FillFromDisk(const DiskEntry& e, int dir, const std::string& path, Node* n, bool* content_changed) {
   *content_changed = false;
+  const bool was_link = n->row_id != 0 && n->is_link();
   n->type = e.is_dir ? 1 : 0;
   n->name = e.name;
   n->ext = e.is_dir ? "" : ExtensionOf(e.name);
-  n->content_type = ContentTypeOf(e.name, e.is_dir);
+  n->content_type = e.is_link ? kLinkContentType : ContentTypeOf(e.name, e.is_dir);
   n->access_time = e.st.st_atime;
   n->change_time = e.st.st_ctime;
   if (n->created_time == 0) n->created_time = e.st.st_mtime;
-  if (!e.is_dir) {
-    bool stale = n->row_id == 0 || n->size != static_cast<uint64_t>(e.st.st_size) ||
+  if (e.is_link) {
+    *content_changed = n->row_id != 0 && !was_link;
+    n->hash.clear();
+    n->size = 0;
+  } else if (!e.is_dir) {
+    bool stale = n->row_id == 0 || was_link || n->size != static_cast<uint64_t>(e.st.st_size) ||
                  n->modified_time != e.st.st_mtime || n->hash.empty();
     if (stale) {
       std::string hash;
       uint64_t size = 0;
-      ORVEL_RETURN_IF_ERROR(HashPath(path, &hash, &size));
+      ScopedFd fd;
+      ORVEL_RETURN_IF_ERROR(OpenFileAt(dir, e.name, path, &fd));
+      ORVEL_RETURN_IF_ERROR(HashFd(fd.get(), &hash, &size));
       *content_changed = hash != n->hash || size != n->size;
       n->hash = hash;
       n->size = size;
@@ -75,11 +83,23 @@ Status FillFromDisk(const DiskEntry& e, const std::string& path, Node* n, bool* 
   return Status::OK();
 }
 
+// A folder to visit: its row and its place below the owner's root.
+using Visit = std::pair<Node, std::vector<std::string>>;
+
+Visit Below(const Visit& parent, const Node& child) {
+  Visit v{child, parent.second};
+  v.second.push_back(child.name);
+  return v;
+}
+
 // One folder: returns the sub-folders to visit next.
-Status ReconcileOne(Store* store, const Node& folder, const std::string& dir, ReconcileStats* stats,
-                    std::vector<std::pair<Node, std::string>>* next) {
+Status ReconcileOne(Daemon& d, Store* store, const Visit& at, ReconcileStats* stats, std::vector<Visit>* next) {
+  const Node& folder = at.first;
+  ScopedFd dir;
+  ORVEL_RETURN_IF_ERROR(OpenSpaceFolder(d, folder.owner, at.second, &dir));
+  const std::string dir_path = DiskPath(d.layout, folder.owner, at.second);
   std::vector<DiskEntry> disk;
-  ORVEL_RETURN_IF_ERROR(ReadDir(dir, &disk, &stats->skipped));
+  ORVEL_RETURN_IF_ERROR(ReadDir(dir.get(), dir_path, &disk, &stats->skipped));
   std::vector<Node> rows;
   ORVEL_RETURN_IF_ERROR(store->ListAllChildren(folder.file_id, &rows));
   std::map<std::string, Node> live, gone;
@@ -95,7 +115,7 @@ Status ReconcileOne(Store* store, const Node& folder, const std::string& dir, Re
   std::set<std::string> seen;
   for (const DiskEntry& e : disk) {
     seen.insert(e.name);
-    std::string path = dir + "/" + e.name;
+    std::string path = dir_path + "/" + e.name;
     auto it = live.find(e.name);
     Node n;
     bool revive = false;
@@ -115,7 +135,7 @@ Status ReconcileOne(Store* store, const Node& folder, const std::string& dir, Re
     }
     Node before = n;
     bool content_changed = false;
-    Status st = FillFromDisk(e, path, &n, &content_changed);
+    Status st = FillFromDisk(e, dir.get(), path, &n, &content_changed);
     if (!st.ok()) {
       SLOG_WARN("reconcile: skipping %s: %s", path.c_str(), st.ToString().c_str());
       ++stats->skipped;
@@ -130,7 +150,7 @@ Status ReconcileOne(Store* store, const Node& folder, const std::string& dir, Re
       updates.emplace_back(n, content_changed);
       ++(revive ? stats->revived : stats->updated);
     } else if (e.is_dir) {
-      next->push_back({n, path});
+      next->push_back(Below(at, n));
     }
   }
   for (auto& kv : live) {
@@ -146,17 +166,17 @@ Status ReconcileOne(Store* store, const Node& folder, const std::string& dir, Re
     ORVEL_RETURN_IF_ERROR(store->MarkVanished(id));
     ++stats->vanished;
   }
-  std::vector<std::pair<Node, std::string>> dirs;
+  std::vector<Visit> dirs;
   for (auto& [n, changed] : updates) {
     if (changed || n.sync_id == 0) n.sync_id = seq;
     n.max_id = seq;
     ORVEL_RETURN_IF_ERROR(store->Update(n));
-    if (n.is_dir()) dirs.push_back({n, dir + "/" + n.name});
+    if (n.is_dir()) dirs.push_back(Below(at, n));
   }
   for (Node& n : inserts) {
     n.sync_id = n.max_id = seq;
     ORVEL_RETURN_IF_ERROR(store->Insert(&n));
-    if (n.is_dir()) dirs.push_back({n, dir + "/" + n.name});
+    if (n.is_dir()) dirs.push_back(Below(at, n));
   }
   ORVEL_RETURN_IF_ERROR(store->TouchAncestors(folder.file_id, seq));
   ORVEL_RETURN_IF_ERROR(tx.Commit());
@@ -166,15 +186,14 @@ Status ReconcileOne(Store* store, const Node& folder, const std::string& dir, Re
 
 }  // namespace
 
-Status ReconcileFolder(Daemon& d, Store* store, const Node& folder, const std::string& dir,
+Status ReconcileFolder(Daemon& d, Store* store, const Node& folder, const std::vector<std::string>& components,
                        ReconcileStats* stats) {
-  (void)d;
-  std::vector<std::pair<Node, std::string>> stack = {{folder, dir}};
+  std::vector<Visit> stack = {{folder, components}};
   while (!stack.empty()) {
-    auto [node, path] = std::move(stack.back());
+    Visit at = std::move(stack.back());
     stack.pop_back();
     ++stats->folders;
-    ORVEL_RETURN_IF_ERROR(ReconcileOne(store, node, path, stats, &stack));
+    ORVEL_RETURN_IF_ERROR(ReconcileOne(d, store, at, stats, &stack));
   }
   return Status::OK();
 }
@@ -187,23 +206,19 @@ Status ReconcileAll(Daemon& d, ReconcileStats* stats) {
   std::set<std::string> owners;
   for (const Node& root : roots) {
     owners.insert(root.owner);
-    std::string dir = d.layout.Home(root.owner);
-    if (mkdir(dir.c_str(), 0750) == 0) {
+    if (ValidateName(root.owner).ok() && mkdirat(d.dirs.homes(), root.owner.c_str(), 0750) == 0) {
       SLOG_WARN("home folder of %s was missing; recreated it", root.owner.c_str());
     }
-    Status st = ReconcileFolder(d, store.get(), root, dir, stats);
-    if (!st.ok()) SLOG_ERROR("reconcile %s: %s", dir.c_str(), st.ToString().c_str());
+    Status st = ReconcileFolder(d, store.get(), root, {}, stats);
+    if (!st.ok()) SLOG_ERROR("reconcile %s: %s", d.layout.Home(root.owner).c_str(), st.ToString().c_str());
   }
   // Homes made on disk by an administrator for known users.
-  DIR* dp = opendir(d.layout.homes.c_str());
-  if (!dp) return FsError("opendir", d.layout.homes, errno);
+  std::vector<DirEntryAt> entries;
+  ORVEL_RETURN_IF_ERROR(ReadDirAt(d.dirs.homes(), d.layout.homes, &entries));
   std::vector<std::string> names;
-  while (struct dirent* e = readdir(dp)) {
-    std::string name = e->d_name;
-    if (name == "." || name == ".." || owners.count(name)) continue;
-    names.push_back(name);
+  for (const DirEntryAt& e : entries) {
+    if (!owners.count(e.name)) names.push_back(e.name);
   }
-  closedir(dp);
   for (const std::string& name : names) {
     UserRecord user;
     if (!d.users->Lookup(name, &user).ok()) {
@@ -218,21 +233,14 @@ Status ReconcileAll(Daemon& d, ReconcileStats* stats) {
   return Status::OK();
 }
 
-Status CleanTmp(const std::string& tmp, int64_t max_age_seconds, int* removed) {
+Status CleanTmp(const Daemon& d, int64_t max_age_seconds, int* removed) {
   *removed = 0;
-  DIR* dp = opendir(tmp.c_str());
-  if (!dp) return FsError("opendir", tmp, errno);
+  std::vector<DirEntryAt> entries;
+  ORVEL_RETURN_IF_ERROR(ReadDirAt(d.dirs.tmp(), d.layout.tmp, &entries));
   int64_t cutoff = time(nullptr) - max_age_seconds;
-  std::vector<std::string> old;
-  while (struct dirent* e = readdir(dp)) {
-    if (strcmp(e->d_name, ".") == 0 || strcmp(e->d_name, "..") == 0) continue;
-    struct stat st;
-    if (fstatat(dirfd(dp), e->d_name, &st, AT_SYMLINK_NOFOLLOW) != 0) continue;
-    if (st.st_mtime < cutoff) old.push_back(tmp + "/" + e->d_name);
-  }
-  closedir(dp);
-  for (const std::string& p : old) {
-    Status st = RemoveTree(p);
+  for (const DirEntryAt& e : entries) {
+    if (e.st.st_mtime >= cutoff) continue;
+    Status st = RemoveAt(d.dirs.tmp(), e.name, d.layout.tmp + "/" + e.name);
     if (st.ok()) ++*removed;
     else SLOG_WARN("clean @tmp: %s", st.ToString().c_str());
   }

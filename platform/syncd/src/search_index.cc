@@ -1,7 +1,6 @@
 // See search_index.h.
 #include "search_index.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -13,6 +12,7 @@
 #include "log.h"
 #include "pdf_text.h"
 #include "space.h"
+#include "space_fs.h"
 #include "tree.h"
 
 namespace orvel::syncd {
@@ -37,8 +37,9 @@ size_t Utf8Length(const unsigned char* p, size_t left) {
   return n;
 }
 
-// The path of a node on disk (walks up to the root).
-Status NodeDiskPath(Daemon& d, Store* store, const Node& node, std::string* out) {
+// Opens a node's file beneath its owner's space (walks up to the root for
+// its place); never through a link.
+Status OpenNodeFile(Daemon& d, Store* store, const Node& node, ScopedFd* out) {
   std::vector<std::string> comps;
   Node cur = node;
   for (int depth = 0; !cur.parent_id.empty(); ++depth) {
@@ -46,8 +47,9 @@ Status NodeDiskPath(Daemon& d, Store* store, const Node& node, std::string* out)
     comps.insert(comps.begin(), cur.name);
     ORVEL_RETURN_IF_ERROR(store->GetById(cur.parent_id, &cur));
   }
-  *out = DiskPath(d.layout, node.owner, comps);
-  return Status::OK();
+  ItemAt at;
+  ORVEL_RETURN_IF_ERROR(OpenItemAt(d, node.owner, comps, &at));
+  return OpenFileAt(at.dir.get(), at.name, at.path, out);
 }
 
 struct Prepared {
@@ -63,20 +65,19 @@ std::mutex g_drain_mu;
 bool IsPdf(const Node& n) { return n.ext == "pdf" || n.content_type == "application/pdf"; }
 
 bool HasIndexableText(const Node& n) {
-  if (n.type != 0 || n.size == 0 || n.encrypted) return false;
+  if (n.type != 0 || n.size == 0 || n.encrypted || n.is_link()) return false;
   if (n.content_type.compare(0, 5, "text/") == 0 || IsPdf(n)) return true;
   for (const char* e : kTextExtensions)
     if (n.ext == e) return true;
   return false;
 }
 
-std::string ReadIndexableText(const std::string& path, size_t max) {
-  ScopedFd fd(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-  if (!fd.valid()) return "";
+std::string ReadIndexableText(int fd, size_t max) {
+  if (fd < 0) return "";
   std::string raw(max, '\0');
   size_t got = 0;
   while (got < max) {
-    ssize_t r = read(fd.get(), &raw[got], max - got);
+    ssize_t r = pread(fd, &raw[got], max - got, static_cast<off_t>(got));
     if (r < 0 && errno == EINTR) continue;
     if (r <= 0) break;
     got += static_cast<size_t>(r);
@@ -103,8 +104,8 @@ std::string CleanIndexableText(const std::string& raw_in, size_t max) {
   return out;
 }
 
-std::string ExtractIndexableText(const Decoder& decoder, const Node& node, const std::string& path) {
-  return IsPdf(node) ? ReadPdfText(decoder, path, kMaxText) : ReadIndexableText(path, kMaxText);
+std::string ExtractIndexableText(const Decoder& decoder, const Node& node, int fd) {
+  return IsPdf(node) ? ReadPdfText(decoder, fd, kMaxText) : ReadIndexableText(fd, kMaxText);
 }
 
 std::string KeywordToMatch(const std::string& keyword) {
@@ -142,9 +143,8 @@ Status DrainSearchQueue(Daemon& d, Store* store) {
       item.live = st.ok() && !n.removed && !n.vanished && !n.parent_id.empty();
       if (item.live) {
         item.name = n.name;
-        std::string path;
-        if (HasIndexableText(n) && NodeDiskPath(d, store, n, &path).ok())
-          item.body = ExtractIndexableText(decoder, n, path);
+        ScopedFd fd;
+        if (HasIndexableText(n) && OpenNodeFile(d, store, n, &fd).ok()) item.body = ExtractIndexableText(decoder, n, fd.get());
       }
       batch.push_back(std::move(item));
     }

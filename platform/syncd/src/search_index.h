@@ -21,16 +21,17 @@ namespace orvel::syncd {
 Status DrainSearchQueue(Daemon& d, Store* store);
 
 // Whether the file's text is indexed: text types by extension or content
-// type, and PDF documents; at most 1 MiB of text.
+// type, and PDF documents; at most 1 MiB of text. Never a link item.
 bool HasIndexableText(const Node& node);
 
-// The indexed text of a file whose HasIndexableText is true, read from path
-// (PDF text through pdf_text.h, by `decoder`). Empty on any read error.
-std::string ExtractIndexableText(const Decoder& decoder, const Node& node, const std::string& path);
+// The indexed text of a file whose HasIndexableText is true, read from the
+// open file fd (PDF text through pdf_text.h, by `decoder`). Empty on any read
+// error.
+std::string ExtractIndexableText(const Decoder& decoder, const Node& node, int fd);
 
-// The first `max` bytes of a text file as valid UTF-8 (invalid bytes and
-// control characters become spaces). Empty on any read error.
-std::string ReadIndexableText(const std::string& path, size_t max);
+// The first `max` bytes of the open text file fd as valid UTF-8 (invalid
+// bytes and control characters become spaces). Empty on any read error.
+std::string ReadIndexableText(int fd, size_t max);
 
 // The first `max` bytes of raw, cleaned as ReadIndexableText does.
 std::string CleanIndexableText(const std::string& raw, size_t max);

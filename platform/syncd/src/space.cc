@@ -48,11 +48,11 @@ Status EnsureHome(Daemon& d, Store* store, const std::string& owner, Node* root)
   if (st.code() != kErrNotFound) return st;
   std::string dir = d.layout.Home(owner);
   bool existed = true;
-  if (mkdir(dir.c_str(), 0750) != 0) {
+  if (mkdirat(d.dirs.homes(), owner.c_str(), 0750) != 0) {
     if (errno != EEXIST) return FsError("mkdir", dir, errno);
   } else {
     existed = false;
-    ORVEL_RETURN_IF_ERROR(FsyncDir(d.layout.homes));
+    ORVEL_RETURN_IF_ERROR(FsyncFd(d.dirs.homes(), d.layout.homes));
   }
   int64_t now = time(nullptr);
   Node n;
@@ -72,7 +72,7 @@ Status EnsureHome(Daemon& d, Store* store, const std::string& owner, Node* root)
   SLOG_INFO("created home of %s (%s)", owner.c_str(), n.file_id.c_str());
   if (existed) {
     ReconcileStats stats;
-    st = ReconcileFolder(d, store, n, dir, &stats);
+    st = ReconcileFolder(d, store, n, {}, &stats);
     if (!st.ok()) SLOG_ERROR("indexing existing home of %s: %s", owner.c_str(), st.ToString().c_str());
     else SLOG_INFO("indexed existing home of %s: %llu added", owner.c_str(),
                    static_cast<unsigned long long>(stats.added));

@@ -1,13 +1,12 @@
 // See tasks.h.
 #include "tasks.h"
 
-#include <dirent.h>
-
 #include <chrono>
 #include <cstring>
 #include <ctime>
 
 #include "daemon.h"
+#include "hooks.h"
 #include "log.h"
 #include "nimbard/wire.h"
 
@@ -51,22 +50,22 @@ void TaskContext::Progress(uint64_t done, uint64_t total) {
 
 bool TaskContext::Cancelled() const { return runner_->CancelRequested(row.task_id); }
 
-std::string TaskContext::TempPath(const std::string& suffix) const {
-  return d->layout.tmp + "/task-" + row.task_id + "-" + suffix;
+std::string TaskContext::TempName(const std::string& suffix) const {
+  return "task-" + row.task_id + "-" + suffix;
 }
 
-void RemoveTaskTemps(const std::string& tmp_dir, const std::string& task_id) {
-  DIR* dir = opendir(tmp_dir.c_str());
-  if (!dir) return;
+std::string TaskContext::TempPath(const std::string& suffix) const {
+  return d->layout.tmp + "/" + TempName(suffix);
+}
+
+void RemoveTaskTemps(const Daemon& d, const std::string& task_id) {
+  std::vector<DirEntryAt> entries;
+  if (!ReadDirAt(d.dirs.tmp(), d.layout.tmp, &entries).ok()) return;
   const std::string prefix = "task-" + task_id + "-";
-  std::vector<std::string> doomed;
-  while (const dirent* e = readdir(dir)) {
-    if (strncmp(e->d_name, prefix.c_str(), prefix.size()) == 0) doomed.push_back(e->d_name);
-  }
-  closedir(dir);
-  for (const std::string& name : doomed) {
-    Status st = RemoveTree(tmp_dir + "/" + name);
-    if (!st.ok()) SLOG_WARN("task %s: removing %s: %s", task_id.c_str(), name.c_str(), st.ToString().c_str());
+  for (const DirEntryAt& e : entries) {
+    if (e.name.compare(0, prefix.size(), prefix) != 0) continue;
+    Status st = RemoveAt(d.dirs.tmp(), e.name, d.layout.tmp + "/" + e.name);
+    if (!st.ok()) SLOG_WARN("task %s: removing %s: %s", task_id.c_str(), e.name.c_str(), st.ToString().c_str());
   }
 }
 
@@ -95,7 +94,7 @@ Status TaskRunner::Open() {
   ORVEL_RETURN_IF_ERROR(store_->ListRunning(&running));
   int64_t now = time(nullptr);
   for (const TaskRow& r : running) {
-    RemoveTaskTemps(d_->layout.tmp, r.task_id);
+    RemoveTaskTemps(*d_, r.task_id);
     const TaskKind* kind = FindKind(r.kind);
     if (kind && kind->restartable && !r.cancel_requested) {
       SLOG_INFO("task %s (%s) was interrupted; starting it again", r.task_id.c_str(), r.kind.c_str());
@@ -239,6 +238,7 @@ void TaskRunner::RunOne(TaskRow row) {
   if (st.ok() && row.cancel_requested) st = Status(kErrTaskCancelled, "task cancelled");
   SLOG_DEBUG("task %s (%s) for %s: start", row.task_id.c_str(), row.kind.c_str(), row.owner.c_str());
   if (st.ok()) {
+    RunHook("task-start-" + row.kind);  // between the op's checks and the task's work
     try {
       st = kind->fn(ctx);
     } catch (const std::exception& e) {
@@ -252,7 +252,7 @@ void TaskRunner::RunOne(TaskRow row) {
   }
   if (stopping && !st.ok()) {
     // Shutdown interrupted it: the next start requeues or fails it.
-    RemoveTaskTemps(d_->layout.tmp, row.task_id);
+    RemoveTaskTemps(*d_, row.task_id);
     return;
   }
   End(row, st, ctx.result);
@@ -260,7 +260,7 @@ void TaskRunner::RunOne(TaskRow row) {
 
 void TaskRunner::End(const TaskRow& row, const Status& st, const PObject& result) {
   std::string state = st.ok() ? "finished" : st.code() == kErrTaskCancelled ? "cancelled" : "failed";
-  if (!st.ok()) RemoveTaskTemps(d_->layout.tmp, row.task_id);
+  if (!st.ok()) RemoveTaskTemps(*d_, row.task_id);
   {
     std::lock_guard<std::mutex> lock(store_mu_);
     Status w = store_->Finish(row.task_id, state, wire::Encode(result), st.code(),

@@ -60,6 +60,8 @@ class TaskContext {
   // A temp path for this task: <@tmp>/task-<id>-<suffix> (removed by
   // recovery if the daemon dies).
   std::string TempPath(const std::string& suffix) const;
+  // The same entry's name in @tmp (task-<id>-<suffix>).
+  std::string TempName(const std::string& suffix) const;
 
  private:
   TaskRunner* runner_;
@@ -124,6 +126,6 @@ class TaskRunner {
 PObject TaskToPObject(const TaskRow& row);
 
 // Removes every @tmp entry named task-<task_id>-*.
-void RemoveTaskTemps(const std::string& tmp_dir, const std::string& task_id);
+void RemoveTaskTemps(const Daemon& d, const std::string& task_id);
 
 }  // namespace orvel::syncd

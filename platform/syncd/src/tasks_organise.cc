@@ -15,6 +15,7 @@
 #include "item.h"
 #include "jobs.h"
 #include "log.h"
+#include "space_fs.h"
 #include "tasks.h"
 #include "tmp_sweep.h"
 #include "transfer.h"
@@ -77,19 +78,22 @@ Status RunCopy(TaskContext& ctx) {
   for (size_t i = 0; i < a.sources.size(); ++i) {
     Resolved src;
     ORVEL_RETURN_IF_ERROR(ResolveId(rc, a.sources[i], TransferUse::kRead, &src));
-    const std::string temp = ctx.TempPath("copy-" + std::to_string(i));
-    TempPathGuard guard(temp);
+    const int tmp = ctx.d->dirs.tmp();
+    const std::string temp = ctx.TempName("copy-" + std::to_string(i));
+    TempEntryGuard guard(tmp, temp);
+    ItemAt from;
+    ORVEL_RETURN_IF_ERROR(OpenItemAt(*ctx.d, src.node.owner, src.components, &from));
     StagedNode staged;
-    ORVEL_RETURN_IF_ERROR(StageFromStore(store.get(), src.node, DiskPath(ctx.d->layout, src.node.owner, src.components),
-                                         temp, &progress, &staged));
-    ORVEL_RETURN_IF_ERROR(FlushFileSystem(temp));
+    ORVEL_RETURN_IF_ERROR(StageFromStore(store.get(), src.node, from.dir.get(), from.path, tmp, temp, &progress,
+                                         &staged));
+    ORVEL_RETURN_IF_ERROR(FlushFileSystem(tmp, ctx.d->layout.tmp));
     std::lock_guard<std::mutex> lock(ctx.d->write_mu);
     Resolved dest;
     ORVEL_RETURN_IF_ERROR(ResolveId(rc, a.dest, TransferUse::kWriteInto, &dest));
     if (src.node.is_dir() && IsSameOrBelow(dest, src))
       return Status(kErrIntoItself, "cannot copy a folder into itself: " + src.ViewPath());
     PlaceOutcome o;
-    ORVEL_RETURN_IF_ERROR(PlaceStaged(*ctx.d, store.get(), dest, staged, temp, a.policy, &o));
+    ORVEL_RETURN_IF_ERROR(PlaceStaged(*ctx.d, store.get(), dest, staged, tmp, temp, a.policy, &o));
     AddResult(ctx, src.ViewPath(), dest, o);
   }
   ctx.Progress(progress.items, progress.items);
@@ -131,7 +135,7 @@ Status RunDelete(TaskContext& ctx) {
   ctx.result["items"] = PObject::MakeArray();
   for (size_t i = 0; i < ids.size(); ++i) {
     if (ctx.Cancelled()) return Status(kErrTaskCancelled, "task cancelled");
-    const std::string trash = ctx.TempPath("trash-" + std::to_string(i));
+    const std::string trash = ctx.TempName("trash-" + std::to_string(i));
     std::string view;
     bool for_good = false;
     {
@@ -153,12 +157,13 @@ Status RunDelete(TaskContext& ctx) {
       ORVEL_RETURN_IF_ERROR(DeleteItem(*ctx.d, store.get(), src, for_good, trash));
     }
     // Links that downloads made of what is deleted for good go too.
+    const std::string trash_path = ctx.d->layout.tmp + "/" + trash;
     InodeSet linked;
-    if (permanent) CollectLinkedInodes(trash, &linked);
+    if (permanent) CollectLinkedInodes(trash_path, &linked);
     // The delete is committed: a trash that cannot be removed now goes to
     // the unlink job queue instead of failing the task.
-    Status removed = RemoveTree(trash);
-    if (!removed.ok() && ctx.d->jobs) removed = ctx.d->jobs->PushUnlink(trash, 0);
+    Status removed = RemoveAt(ctx.d->dirs.tmp(), trash, trash_path);
+    if (!removed.ok() && ctx.d->jobs) removed = ctx.d->jobs->PushUnlink(trash_path, 0);
     if (!removed.ok()) SLOG_WARN("delete: %s", removed.ToString().c_str());
     uint64_t unlinked = 0;
     if (!linked.empty()) UnlinkLinksBelow(ctx.d->layout.tmp, linked, &unlinked);
@@ -173,19 +178,26 @@ Status RunDelete(TaskContext& ctx) {
   return Status::OK();
 }
 
-// Hard links of node (and everything live below it) at dst.
-Status LinkTree(TaskContext& ctx, Store* store, const Node& node, const std::string& src,
-                const std::string& dst, StageProgress* progress) {
+// Hard links of node, the entry node.name of src_dir, and of everything live
+// below it, at dst_name of dst_dir. A file entry is linked as it is (a link
+// stays a link, which the archiver stores as a link); folders are opened
+// without following links.
+Status LinkTree(Store* store, const Node& node, int src_dir, const std::string& src_path, int dst_dir,
+                const std::string& dst_name, StageProgress* progress) {
   if (!node.is_dir()) {
-    if (link(src.c_str(), dst.c_str()) != 0) return FsError("link", src + " -> " + dst, errno);
+    if (linkat(src_dir, node.name.c_str(), dst_dir, dst_name.c_str(), 0) != 0)
+      return FsError("link", src_path + " -> " + dst_name, errno);
     return progress->Step(node.size);
   }
-  if (mkdir(dst.c_str(), 0750) != 0) return FsError("mkdir", dst, errno);
+  ScopedFd from, to;
+  ORVEL_RETURN_IF_ERROR(OpenFolderAt(src_dir, node.name, src_path, &from));
+  if (mkdirat(dst_dir, dst_name.c_str(), 0750) != 0) return FsError("mkdir", dst_name, errno);
+  ORVEL_RETURN_IF_ERROR(OpenFolderAt(dst_dir, dst_name, dst_name, &to));
   ORVEL_RETURN_IF_ERROR(progress->Step(0));
   std::vector<Node> kids;
   ORVEL_RETURN_IF_ERROR(LiveChildren(store, node.file_id, &kids));
   for (const Node& k : kids)
-    ORVEL_RETURN_IF_ERROR(LinkTree(ctx, store, k, src + "/" + k.name, dst + "/" + k.name, progress));
+    ORVEL_RETURN_IF_ERROR(LinkTree(store, k, from.get(), src_path + "/" + k.name, to.get(), k.name, progress));
   return Status::OK();
 }
 
@@ -196,7 +208,9 @@ Status RunDownload(TaskContext& ctx) {
   ORVEL_RETURN_IF_ERROR(TaskRequestContext(ctx, &rc));
   const StoreLease& store = rc.store;
   const std::string staging = ctx.TempPath("staging");
-  if (mkdir(staging.c_str(), 0750) != 0) return FsError("mkdir", staging, errno);
+  if (mkdirat(ctx.d->dirs.tmp(), ctx.TempName("staging").c_str(), 0750) != 0) return FsError("mkdir", staging, errno);
+  ScopedFd staged;
+  ORVEL_RETURN_IF_ERROR(OpenFolderAt(ctx.d->dirs.tmp(), ctx.TempName("staging"), staging, &staged));
   StageProgress progress;
   progress.task = &ctx;
   progress.total = TotalItems(rc, ids);
@@ -207,9 +221,9 @@ Status RunDownload(TaskContext& ctx) {
     std::string name = src.components.empty() ? "mydrive" : src.node.name;
     for (unsigned n = 1; used.count(name); ++n) name = AutoRenameName(src.node.name, src.node.is_dir(), n);
     used.insert(name);
-    ORVEL_RETURN_IF_ERROR(LinkTree(ctx, store.get(), src.node,
-                                   DiskPath(ctx.d->layout, src.node.owner, src.components),
-                                   staging + "/" + name, &progress));
+    ItemAt from;
+    ORVEL_RETURN_IF_ERROR(OpenItemAt(*ctx.d, src.node.owner, src.components, &from));
+    ORVEL_RETURN_IF_ERROR(LinkTree(store.get(), src.node, from.dir.get(), from.path, staged.get(), name, &progress));
   }
   ctx.Progress(progress.items, progress.items);
   ctx.result["path"] = staging;

@@ -62,19 +62,30 @@ struct StageProgress {
   Status Step(uint64_t bytes_done);  // kErrTaskCancelled once cancelled
 };
 
-// Copies the item `src` (real path src_disk) and everything live below it to
-// dst (a new path), giving every copy a new file id. Rows come from the
-// database; content from the disk.
-Status StageFromStore(Store* store, const Node& src, const std::string& src_disk,
-                      const std::string& dst, StageProgress* progress, StagedNode* out);
+// Copies the item `src`, the entry src.name of the folder src_dir (src_path
+// in messages), and everything live below it to the new entry dst_name of
+// dst_dir, giving every copy a new file id. Rows come from the database;
+// content from the disk, opened without following links: a link item is
+// copied as a link (its target text), a link where the row has a file or a
+// folder fails with kErrPermission.
+Status StageFromStore(Store* store, const Node& src, int src_dir, const std::string& src_path, int dst_dir,
+                      const std::string& dst_name, StageProgress* progress, StagedNode* out);
 
-// Copies a server path (file or folder; links and special files are
-// skipped) to dst, hashing the files, for owner.
-Status StageFromDisk(const std::string& src, const std::string& dst, const std::string& owner,
-                     StageProgress* progress, StagedNode* out);
+// Copies the entry src_name of the folder src_dir (a file or folder of a
+// server path; links and special files below it are skipped, never
+// followed) to the new entry dst_name of dst_dir, hashing the files, for
+// owner.
+Status StageFromDisk(int src_dir, const std::string& src_name, const std::string& src_path, int dst_dir,
+                     const std::string& dst_name, const std::string& owner, StageProgress* progress,
+                     StagedNode* out);
 
-// Flushes everything written to the file system of path (syncfs).
-Status FlushFileSystem(const std::string& path);
+// Flushes everything written to the file system of the open fd (syncfs).
+Status FlushFileSystem(int fd, const std::string& path);
+
+// The share of the configuration that holds the real path `real` and is
+// open to user: *root is the share's real root. kErrServerPathRefused when
+// none is, or when real touches the data folder.
+Status ServerShareOf(const Daemon& d, const std::string& user, const std::string& real, std::string* root);
 
 struct PlaceOutcome {
   bool skipped = false;  // "skip" kept the existing item
@@ -82,12 +93,13 @@ struct PlaceOutcome {
   std::vector<std::string> components;  // its place below /mydrive
 };
 
-// Renames the staged item at temp into the folder dest under the policy and
-// commits its rows. "overwrite" replaces a file's content (same id);
-// "overwrite_server" also keeps the old content as a revision; a folder
-// onto a folder merges the children with the same policy. temp is consumed.
-Status PlaceStaged(Daemon& d, Store* store, const Resolved& dest, StagedNode& item,
-                   const std::string& temp, const ConflictPolicy& policy, PlaceOutcome* out);
+// Renames the staged item, the entry temp_name of the folder temp_dir, into
+// the folder dest under the policy and commits its rows. "overwrite"
+// replaces a file's content (same id); "overwrite_server" also keeps the old
+// content as a revision; a folder onto a folder merges the children with the
+// same policy. The staged entry is consumed.
+Status PlaceStaged(Daemon& d, Store* store, const Resolved& dest, StagedNode& item, int temp_dir,
+                   const std::string& temp_name, const ConflictPolicy& policy, PlaceOutcome* out);
 
 // Moves src into the folder dest as new_name ("" keeps its name), keeping
 // its identity. kErrIntoItself when dest is src or lies below it.
@@ -96,10 +108,10 @@ Status MoveItem(Daemon& d, Store* store, const Resolved& src, const Resolved& de
 
 // Deletes src: into the recycle bin (rows keep their ids, flagged removed;
 // the content goes to @recycle/<file_id>) or for good (content renamed to
-// trash_temp, then removed after the commit). A removed item (top of its
-// subtree) can be deleted for good.
+// the @tmp entry trash_name, then removed after the commit). A removed item
+// (top of its subtree) can be deleted for good. A link is moved as the link.
 Status DeleteItem(Daemon& d, Store* store, const Resolved& src, bool permanent,
-                  const std::string& trash_temp);
+                  const std::string& trash_name);
 
 // True when `inner` is `outer` or lies below it (both in the same space).
 bool IsSameOrBelow(const Resolved& inner, const Resolved& outer);

@@ -17,6 +17,7 @@
 #include "intent.h"
 #include "log.h"
 #include "mime.h"
+#include "space_fs.h"
 #include "transfer.h"
 
 namespace orvel::syncd {
@@ -28,6 +29,11 @@ std::string DiskOf(const Daemon& d, const Resolved& r) {
   return DiskPath(d.layout, r.node.owner, r.components);
 }
 
+// The folder `r` itself, opened beneath its owner's space.
+Status OpenFolderOf(const Daemon& d, const Resolved& r, ScopedFd* out) {
+  return OpenSpaceFolder(d, r.node.owner, r.components, out);
+}
+
 Resolved Child(const Resolved& parent, const Node& node) {
   Resolved r;
   r.node = node;
@@ -37,24 +43,26 @@ Resolved Child(const Resolved& parent, const Node& node) {
   return r;
 }
 
-bool OnDisk(const std::string& path) {
+// Whether the name is taken on disk; an entry that cannot be checked counts
+// as taken, so that nothing is ever clobbered.
+bool OnDisk(int dir, const std::string& name) {
   struct stat st;
-  return lstat(path.c_str(), &st) == 0;
+  bool exists = false;
+  return !StatAt(dir, name, name, &st, &exists).ok() || exists;
 }
 
 // The name to use in dest for `name` under policy p: sets *existing when
 // the name is taken by an indexed item and the policy is to act on it.
 // *skip for "skip".
-Status ChooseName(const Daemon& d, Store* store, const Resolved& dest, const std::string& name,
+Status ChooseName(Store* store, const Resolved& dest, int dest_dir, const std::string& name,
                   bool is_dir, const std::string& p, std::string* chosen, Node* existing,
                   bool* has_existing, bool* skip) {
   *chosen = name;
   *has_existing = *skip = false;
-  const std::string base = DiskOf(d, dest);
   Status st = store->GetChild(dest.node.file_id, name, existing);
   if (!st.ok() && st.code() != kErrNotFound) return st;
   bool indexed = st.ok();
-  if (!indexed && !OnDisk(base + "/" + name)) return Status::OK();
+  if (!indexed && !OnDisk(dest_dir, name)) return Status::OK();
   const std::string view = MyDrivePath(dest.components) + "/" + name;
   if (p == "autorename") {
     for (unsigned n = 1; n <= kMaxAutoRename; ++n) {
@@ -63,7 +71,7 @@ Status ChooseName(const Daemon& d, Store* store, const Resolved& dest, const std
       st = store->GetChild(dest.node.file_id, cand, &other);
       if (st.ok()) continue;
       if (st.code() != kErrNotFound) return st;
-      if (OnDisk(base + "/" + cand)) continue;
+      if (OnDisk(dest_dir, cand)) continue;
       *chosen = cand;
       return Status::OK();
     }
@@ -88,11 +96,11 @@ Status InsertRows(Store* store, StagedNode& item, uint64_t seq) {
   return Status::OK();
 }
 
-Status PlaceNew(Daemon& d, Store* store, const Resolved& dest, StagedNode& item,
-                const std::string& temp, const std::string& name, PlaceOutcome* out) {
+Status PlaceNew(Daemon& d, Store* store, const Resolved& dest, int dest_dir, StagedNode& item, int temp_dir,
+                const std::string& temp_name, const std::string& name, PlaceOutcome* out) {
   const std::string target = DiskOf(d, dest) + "/" + name;
   RenameIntent intent(d.layout, store);
-  intent.Add(temp, target);
+  intent.Add(temp_dir, temp_name, dest_dir, name);
   ORVEL_RETURN_IF_ERROR(intent.Record());
   ORVEL_RETURN_IF_ERROR(intent.Apply());
   fault::Point("point.place.renamed");
@@ -119,20 +127,23 @@ Status PlaceNew(Daemon& d, Store* store, const Resolved& dest, StagedNode& item,
   return Status::OK();
 }
 
-// New content for the existing file row `existing` (its id stays).
-Status ReplaceContent(Daemon& d, Store* store, const Resolved& dest, Node existing,
-                      const Node& incoming, const std::string& from, bool keep_revision,
+// New content for the existing file row `existing` (its id stays): the
+// entry from_name of from_dir replaces it (a link on either side is moved
+// or replaced as the link).
+Status ReplaceContent(Daemon& d, Store* store, const Resolved& dest, int dest_dir, Node existing,
+                      const Node& incoming, int from_dir, const std::string& from_name, bool keep_revision,
                       const std::string& drop_id, PlaceOutcome* out) {
   const std::string target = DiskOf(d, dest) + "/" + existing.name;
-  bool keep = keep_revision && !existing.hash.empty() && existing.hash != incoming.hash;
-  if (keep) ORVEL_RETURN_IF_ERROR(LinkDurable(target, d.layout.versions + "/" + existing.hash));
+  bool keep = keep_revision && !existing.hash.empty() && existing.hash != incoming.hash && !existing.is_link();
+  if (keep) ORVEL_RETURN_IF_ERROR(KeepVersionAt(d, dest_dir, existing.name, target, existing.hash));
   RenameIntent intent(d.layout, store);
-  intent.Add(from, target, true);
+  intent.Add(from_dir, from_name, dest_dir, existing.name, true);
   ORVEL_RETURN_IF_ERROR(intent.Record());
   ORVEL_RETURN_IF_ERROR(intent.Apply());
   Revision rev{existing.file_id, existing.sync_id, existing.size, existing.modified_time, existing.hash};
   existing.size = incoming.size;
   existing.hash = incoming.hash;
+  existing.content_type = incoming.content_type;
   existing.modified_time = incoming.modified_time;
   existing.change_time = time(nullptr);
   Transaction tx(store, true);
@@ -157,32 +168,37 @@ Status ReplaceContent(Daemon& d, Store* store, const Resolved& dest, Node existi
 
 }  // namespace
 
-Status PlaceStaged(Daemon& d, Store* store, const Resolved& dest, StagedNode& item,
-                   const std::string& temp, const ConflictPolicy& policy, PlaceOutcome* out) {
+Status PlaceStaged(Daemon& d, Store* store, const Resolved& dest, StagedNode& item, int temp_dir,
+                   const std::string& temp_name, const ConflictPolicy& policy, PlaceOutcome* out) {
   const bool is_dir = item.row.is_dir();
   const std::string& p = policy.For(is_dir);
+  ScopedFd dest_dir;
+  ORVEL_RETURN_IF_ERROR(OpenFolderOf(d, dest, &dest_dir));
   std::string name;
   Node existing;
   bool has_existing = false, skip = false;
   ORVEL_RETURN_IF_ERROR(
-      ChooseName(d, store, dest, item.row.name, is_dir, p, &name, &existing, &has_existing, &skip));
+      ChooseName(store, dest, dest_dir.get(), item.row.name, is_dir, p, &name, &existing, &has_existing, &skip));
   if (skip) {
     out->skipped = true;
     out->node = existing;
-    return RemoveTree(temp);
+    return RemoveAt(temp_dir, temp_name, temp_name);
   }
-  if (!has_existing) return PlaceNew(d, store, dest, item, temp, name, out);
+  if (!has_existing) return PlaceNew(d, store, dest, dest_dir.get(), item, temp_dir, temp_name, name, out);
   if (!is_dir)
-    return ReplaceContent(d, store, dest, existing, item.row, temp, p == "overwrite_server", "", out);
+    return ReplaceContent(d, store, dest, dest_dir.get(), existing, item.row, temp_dir, temp_name,
+                          p == "overwrite_server", "", out);
   // A folder onto a folder: its children join the existing one.
   Resolved into = Child(dest, existing);
+  ScopedFd staged;
+  ORVEL_RETURN_IF_ERROR(OpenFolderAt(temp_dir, temp_name, temp_name, &staged));
   for (StagedNode& c : item.children) {
     PlaceOutcome sub;
-    ORVEL_RETURN_IF_ERROR(PlaceStaged(d, store, into, c, temp + "/" + c.row.name, policy, &sub));
+    ORVEL_RETURN_IF_ERROR(PlaceStaged(d, store, into, c, staged.get(), c.row.name, policy, &sub));
   }
   out->node = existing;
   out->components = into.components;
-  return RemoveTree(temp);
+  return RemoveAt(temp_dir, temp_name, temp_name);
 }
 
 Status MoveItem(Daemon& d, Store* store, const Resolved& src, const Resolved& dest,
@@ -199,19 +215,23 @@ Status MoveItem(Daemon& d, Store* store, const Resolved& src, const Resolved& de
   }
   const bool is_dir = src.node.is_dir();
   const std::string& p = policy.For(is_dir);
+  ItemAt from;
+  ORVEL_RETURN_IF_ERROR(OpenItemAt(d, src.node.owner, src.components, &from));
+  ScopedFd dest_dir;
+  ORVEL_RETURN_IF_ERROR(OpenFolderOf(d, dest, &dest_dir));
   std::string chosen;
   Node existing;
   bool has_existing = false, skip = false;
-  ORVEL_RETURN_IF_ERROR(ChooseName(d, store, dest, name, is_dir, p, &chosen, &existing, &has_existing, &skip));
-  const std::string from = DiskOf(d, src);
+  ORVEL_RETURN_IF_ERROR(
+      ChooseName(store, dest, dest_dir.get(), name, is_dir, p, &chosen, &existing, &has_existing, &skip));
   if (skip) {
     out->skipped = true;
     out->node = existing;
     return Status::OK();
   }
   if (has_existing && !is_dir)
-    return ReplaceContent(d, store, dest, existing, src.node, from, p == "overwrite_server",
-                          src.node.file_id, out);
+    return ReplaceContent(d, store, dest, dest_dir.get(), existing, src.node, from.dir.get(), from.name,
+                          p == "overwrite_server", src.node.file_id, out);
   if (has_existing) {  // merge the folder's children, then drop it if emptied
     Resolved into = Child(dest, existing);
     std::vector<Node> kids;
@@ -221,7 +241,7 @@ Status MoveItem(Daemon& d, Store* store, const Resolved& src, const Resolved& de
       ORVEL_RETURN_IF_ERROR(MoveItem(d, store, Child(src, k), into, "", policy, &sub));
     }
     ORVEL_RETURN_IF_ERROR(LiveChildren(store, src.node.file_id, &kids));
-    if (kids.empty() && rmdir(from.c_str()) == 0) {
+    if (kids.empty() && unlinkat(from.dir.get(), from.name.c_str(), AT_REMOVEDIR) == 0) {
       Transaction tx(store, true);
       ORVEL_RETURN_IF_ERROR(tx.status());
       ORVEL_RETURN_IF_ERROR(store->Purge(src.node.file_id));
@@ -233,7 +253,7 @@ Status MoveItem(Daemon& d, Store* store, const Resolved& src, const Resolved& de
   }
   const std::string to = DiskOf(d, dest) + "/" + chosen;
   RenameIntent intent(d.layout, store);
-  intent.Add(from, to);
+  intent.Add(from.dir.get(), from.name, dest_dir.get(), chosen);
   ORVEL_RETURN_IF_ERROR(intent.Record());
   ORVEL_RETURN_IF_ERROR(intent.Apply());
   Node n = src.node;
@@ -241,7 +261,7 @@ Status MoveItem(Daemon& d, Store* store, const Resolved& src, const Resolved& de
   n.name = chosen;
   if (!is_dir) {
     n.ext = ExtensionOf(chosen);
-    n.content_type = ContentTypeOf(chosen, false);
+    if (!n.is_link()) n.content_type = ContentTypeOf(chosen, false);
   }
   n.change_time = time(nullptr);
   Transaction tx(store, true);
@@ -278,15 +298,28 @@ Status MarkRemoved(Store* store, Node node, int64_t now) {
 }  // namespace
 
 Status DeleteItem(Daemon& d, Store* store, const Resolved& src, bool permanent,
-                  const std::string& trash_temp) {
+                  const std::string& trash_name) {
   if (src.node.parent_id.empty()) return Status(kErrInvalidArgument, "cannot delete /mydrive itself");
   const bool in_bin = src.node.removed;
-  const std::string from = in_bin ? d.layout.recycle + "/" + src.node.file_id : DiskOf(d, src);
   if (in_bin && !permanent) return Status::OK();  // already there
-  const std::string to = permanent ? trash_temp : d.layout.recycle + "/" + src.node.file_id;
+  ItemAt from;
+  if (in_bin) {
+    ORVEL_RETURN_IF_ERROR(DupFd(d.dirs.recycle(), d.layout.recycle, &from.dir));
+    from.name = src.node.file_id;
+    from.path = d.layout.recycle + "/" + src.node.file_id;
+  } else {
+    Status opened = OpenItemAt(d, src.node.owner, src.components, &from);
+    if (opened.code() != kErrNotFound) ORVEL_RETURN_IF_ERROR(opened);  // a folder on the way vanished: gone
+  }
+  const int to_dir = permanent ? d.dirs.tmp() : d.dirs.recycle();
+  const std::string to = permanent ? trash_name : src.node.file_id;
+  struct stat st_disk;
+  bool on_disk = false;
+  if (from.dir.valid()) ORVEL_RETURN_IF_ERROR(StatAt(from.dir.get(), from.name, from.path, &st_disk, &on_disk));
+  const bool gone = !on_disk;  // its file vanished: only the rows go
   RenameIntent intent(d.layout, store);
-  if (OnDisk(from)) {  // else its file vanished: only the rows go
-    intent.Add(from, to);
+  if (!gone) {
+    intent.Add(from.dir.get(), from.name, to_dir, to);
     ORVEL_RETURN_IF_ERROR(intent.Record());
     ORVEL_RETURN_IF_ERROR(intent.Apply());
   }

@@ -1,7 +1,6 @@
 // transfer_stage: conflict policies, subtree counts, reference resolution and
 // the staging copies of transfer.h (from the database's tree or from a
 // server path). Runs without the write lock; see transfer.h.
-#include <dirent.h>
 #include <fcntl.h>
 #include <linux/fs.h>
 #include <sys/ioctl.h>
@@ -14,6 +13,7 @@
 #include <ctime>
 
 #include "mime.h"
+#include "space_fs.h"
 #include "tasks.h"
 #include "transfer.h"
 
@@ -136,96 +136,105 @@ Status StageProgress::Step(uint64_t bytes_done) {
 
 namespace {
 
-// Copies one regular file src -> dst (new, mode 0640), keeping its times.
-Status CopyOneFile(const std::string& src, const std::string& dst, struct stat* st_out) {
-  ScopedFd in(open(src.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-  if (!in.valid()) {
-    if (errno == ENOENT) return Status(kErrDataMissing, "data file missing: " + src);
-    return FsError("open", src, errno);
-  }
+// Copies the regular file src_name of src_dir to the new file dst_name of
+// dst_dir (mode 0640), keeping its times.
+Status CopyOneFile(int src_dir, const std::string& src_name, const std::string& src_path, int dst_dir,
+                   const std::string& dst_name, struct stat* st_out) {
+  ScopedFd in;
   struct stat st;
-  if (fstat(in.get(), &st) != 0) return FsError("fstat", src, errno);
-  ScopedFd out(open(dst.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0640));
-  if (!out.valid()) return FsError("create", dst, errno);
+  Status opened = OpenFileAt(src_dir, src_name, src_path, &in, &st);
+  if (opened.code() == kErrNotFound) return Status(kErrDataMissing, "data file missing: " + src_path);
+  ORVEL_RETURN_IF_ERROR(opened);
+  const std::string dst = "@tmp/" + dst_name;
+  ScopedFd out;
+  ORVEL_RETURN_IF_ERROR(CreateFileAt(dst_dir, dst_name, 0640, dst, &out));
   ORVEL_RETURN_IF_ERROR(CopyFileContent(in.get(), out.get(), dst));
   ORVEL_RETURN_IF_ERROR(SetTimes(out.get(), st.st_atime, st.st_mtime, dst));
   if (st_out) *st_out = st;
   return Status::OK();
 }
 
+// mkdirat of a staging folder (not durable: the whole staging is flushed
+// before it is placed), then both folders opened.
+Status StageFolder(int src_dir, const std::string& src_name, const std::string& src_path, int dst_dir,
+                   const std::string& dst_name, ScopedFd* from, ScopedFd* to) {
+  ORVEL_RETURN_IF_ERROR(OpenFolderAt(src_dir, src_name, src_path, from));
+  if (mkdirat(dst_dir, dst_name.c_str(), 0750) != 0) return FsError("mkdir", dst_name, errno);
+  return OpenFolderAt(dst_dir, dst_name, dst_name, to);
+}
+
 }  // namespace
 
-Status StageFromStore(Store* store, const Node& src, const std::string& src_disk,
-                      const std::string& dst, StageProgress* progress, StagedNode* out) {
+Status StageFromStore(Store* store, const Node& src, int src_dir, const std::string& src_path, int dst_dir,
+                      const std::string& dst_name, StageProgress* progress, StagedNode* out) {
   out->row = NewRowLike(src, "");
   out->children.clear();
+  if (src.is_link()) {
+    ORVEL_RETURN_IF_ERROR(CopyLinkAt(src_dir, src.name, dst_dir, dst_name, src_path));
+    return progress->Step(0);
+  }
   if (!src.is_dir()) {
-    ORVEL_RETURN_IF_ERROR(CopyOneFile(src_disk, dst, nullptr));
+    ORVEL_RETURN_IF_ERROR(CopyOneFile(src_dir, src.name, src_path, dst_dir, dst_name, nullptr));
     return progress->Step(src.size);
   }
-  if (mkdir(dst.c_str(), 0750) != 0) return FsError("mkdir", dst, errno);
+  ScopedFd from, to;
+  ORVEL_RETURN_IF_ERROR(StageFolder(src_dir, src.name, src_path, dst_dir, dst_name, &from, &to));
   ORVEL_RETURN_IF_ERROR(progress->Step(0));
   std::vector<Node> kids;
   ORVEL_RETURN_IF_ERROR(LiveChildren(store, src.file_id, &kids));
   out->children.resize(kids.size());
   for (size_t i = 0; i < kids.size(); ++i) {
-    ORVEL_RETURN_IF_ERROR(StageFromStore(store, kids[i], src_disk + "/" + kids[i].name,
-                                         dst + "/" + kids[i].name, progress, &out->children[i]));
+    ORVEL_RETURN_IF_ERROR(StageFromStore(store, kids[i], from.get(), src_path + "/" + kids[i].name, to.get(),
+                                         kids[i].name, progress, &out->children[i]));
     out->children[i].row.parent_id = out->row.file_id;
   }
   return Status::OK();
 }
 
-Status StageFromDisk(const std::string& src, const std::string& dst, const std::string& owner,
-                     StageProgress* progress, StagedNode* out) {
+Status StageFromDisk(int src_dir, const std::string& src_name, const std::string& src_path, int dst_dir,
+                     const std::string& dst_name, const std::string& owner, StageProgress* progress,
+                     StagedNode* out) {
   struct stat st;
-  if (lstat(src.c_str(), &st) != 0) return FsError("lstat", src, errno);
-  std::string name = src.substr(src.find_last_of('/') + 1);
+  bool exists = false;
+  ORVEL_RETURN_IF_ERROR(StatAt(src_dir, src_name, src_path, &st, &exists));
+  if (!exists) return FsError("lstat", src_path, ENOENT);
   int64_t now = time(nullptr);
   Node& n = out->row;
   n = Node();
   n.file_id = NewFileId();
   n.owner = owner;
-  n.name = name;
+  n.name = src_name;
   n.type = S_ISDIR(st.st_mode) ? 1 : 0;
   n.created_time = n.access_time = n.change_time = now;
   n.modified_time = st.st_mtime;
-  n.content_type = ContentTypeOf(name, n.is_dir());
+  n.content_type = ContentTypeOf(src_name, n.is_dir());
   if (!n.is_dir()) {
-    if (!S_ISREG(st.st_mode)) return Status(kErrInvalidArgument, "not a regular file: " + src);
-    ORVEL_RETURN_IF_ERROR(CopyOneFile(src, dst, &st));
-    ORVEL_RETURN_IF_ERROR(HashPath(dst, &n.hash, &n.size));
-    n.ext = ExtensionOf(name);
+    if (!S_ISREG(st.st_mode)) return Status(kErrInvalidArgument, "not a regular file: " + src_path);
+    ORVEL_RETURN_IF_ERROR(CopyOneFile(src_dir, src_name, src_path, dst_dir, dst_name, &st));
+    ScopedFd copy;
+    ORVEL_RETURN_IF_ERROR(OpenFileAt(dst_dir, dst_name, "@tmp/" + dst_name, &copy));
+    ORVEL_RETURN_IF_ERROR(HashFd(copy.get(), &n.hash, &n.size));
+    n.ext = ExtensionOf(src_name);
     return progress->Step(n.size);
   }
-  if (mkdir(dst.c_str(), 0750) != 0) return FsError("mkdir", dst, errno);
+  ScopedFd from, to;
+  ORVEL_RETURN_IF_ERROR(StageFolder(src_dir, src_name, src_path, dst_dir, dst_name, &from, &to));
   ORVEL_RETURN_IF_ERROR(progress->Step(0));
-  std::vector<std::string> names;
-  {
-    DIR* dir = opendir(src.c_str());
-    if (!dir) return FsError("opendir", src, errno);
-    while (const dirent* e = readdir(dir)) {
-      if (strcmp(e->d_name, ".") != 0 && strcmp(e->d_name, "..") != 0) names.emplace_back(e->d_name);
-    }
-    closedir(dir);
-  }
-  std::sort(names.begin(), names.end());
-  for (const std::string& child : names) {
-    struct stat cst;
-    std::string cpath = src + "/" + child;
-    if (lstat(cpath.c_str(), &cst) != 0 || (!S_ISREG(cst.st_mode) && !S_ISDIR(cst.st_mode)))
-      continue;  // links and special files are not imported
+  std::vector<DirEntryAt> entries;
+  ORVEL_RETURN_IF_ERROR(ReadDirAt(from.get(), src_path, &entries));
+  for (const DirEntryAt& e : entries) {
+    if (!S_ISREG(e.st.st_mode) && !S_ISDIR(e.st.st_mode)) continue;  // links and special files are not imported
+    if (!ValidateName(e.name).ok()) continue;
     out->children.emplace_back();
-    ORVEL_RETURN_IF_ERROR(StageFromDisk(cpath, dst + "/" + child, owner, progress, &out->children.back()));
+    ORVEL_RETURN_IF_ERROR(StageFromDisk(from.get(), e.name, src_path + "/" + e.name, to.get(), e.name, owner,
+                                        progress, &out->children.back()));
     out->children.back().row.parent_id = n.file_id;
   }
   return Status::OK();
 }
 
-Status FlushFileSystem(const std::string& path) {
-  ScopedFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  if (!fd.valid()) return FsError("open", path, errno);
-  if (syncfs(fd.get()) != 0) return FsError("syncfs", path, errno);
+Status FlushFileSystem(int fd, const std::string& path) {
+  if (syncfs(fd) != 0) return FsError("syncfs", path, errno);
   return Status::OK();
 }
 

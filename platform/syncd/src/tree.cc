@@ -229,9 +229,6 @@ Status HashPath(const std::string& path, std::string* hex, uint64_t* size) {
   return HashFd(fd.get(), hex, size);
 }
 
-namespace {
-
-// Removes the entries of the open folder dfd, then nothing else.
 Status RemoveContents(int dfd, const std::string& path) {
   DIR* dir = fdopendir(dfd);
   if (!dir) {
@@ -260,8 +257,6 @@ Status RemoveContents(int dfd, const std::string& path) {
   closedir(dir);
   return result;
 }
-
-}  // namespace
 
 Status RemoveTree(const std::string& path) {
   if (int e = fault::Check("fs.remove")) return FsError("unlink", path, e);

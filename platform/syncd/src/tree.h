@@ -112,6 +112,9 @@ Status HashPath(const std::string& path, std::string* hex, uint64_t* size);
 // Removes a file, a symbolic link or a whole tree without following links.
 // A missing path is success.
 Status RemoveTree(const std::string& path);
+// Removes the entries of the open folder dfd (which it takes and closes)
+// without following links, and nothing else.
+Status RemoveContents(int dfd, const std::string& path);
 // Sets a file's access and modification times (seconds); 0 leaves one as is.
 Status SetTimes(int fd, int64_t atime, int64_t mtime, const std::string& path);
 // True when `path` is `dir` itself or lies inside it (both normalised

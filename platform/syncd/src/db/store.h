@@ -22,6 +22,10 @@
 
 namespace orvel::syncd {
 
+// The content type of a symbolic link found in a home. Such a link is an
+// item of its own (type 0, no size, no hash) that is never followed.
+inline constexpr char kLinkContentType[] = "inode/symlink";
+
 // One row of the nodes table: a file or folder of some user's space. A user's
 // root folder ("/mydrive") has an empty parent_id and the owner's name.
 struct Node {
@@ -44,6 +48,7 @@ struct Node {
   uint64_t child_count = 0, child_dirs = 0;  // live children (maintained by the store)
 
   bool is_dir() const { return type == 1; }
+  bool is_link() const { return type == 0 && content_type == kLinkContentType; }
 };
 
 enum class SortKey { kName, kSize, kModified };
