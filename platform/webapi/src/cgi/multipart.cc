@@ -137,12 +137,12 @@ orvel::Status MultipartParser::StepAfterDelimiter(bool* progressed) {
     *progressed = true;
     return orvel::Status::OK();
   }
-  // Transport padding (spaces, tabs) may sit between the boundary and CRLF.
+  // Transport padding (spaces, tabs) may sit between the boundary and CRLF,
+  // at most kMaxPaddingBytes of it however the body was cut into chunks.
   size_t pos = buf_.find_first_not_of(" \t");
-  if (pos == std::string::npos || pos + 1 >= buf_.size()) {
-    if (buf_.size() > kMaxPaddingBytes) return BadBody("bad boundary line");
-    return orvel::Status::OK();
-  }
+  size_t padding = pos == std::string::npos ? buf_.size() : pos;
+  if (padding > kMaxPaddingBytes) return BadBody("bad boundary line");
+  if (pos == std::string::npos || pos + 1 >= buf_.size()) return orvel::Status::OK();
   if (buf_[pos] != '\r' || buf_[pos + 1] != '\n') return BadBody("bad boundary line");
   buf_.erase(0, pos + 2);
   state_ = State::kHeaders;
@@ -158,7 +158,9 @@ orvel::Status MultipartParser::StepHeaders(bool* progressed) {
   } else {
     size_t end = buf_.find("\r\n\r\n");
     if (end == std::string::npos) {
-      if (buf_.size() > kMaxHeaderBytes) return BadBody("part headers too long");
+      // A block of up to kMaxHeaderBytes may still end in the next bytes
+      // until its blank line could no longer fit.
+      if (buf_.size() >= kMaxHeaderBytes + 4) return BadBody("part headers too long");
       return orvel::Status::OK();
     }
     if (end > kMaxHeaderBytes) return BadBody("part headers too long");
