@@ -52,7 +52,7 @@ TEST(Wire, RefusesCountsBeyondTheMessageAndTooManyValues) {
   EXPECT_EQ(orvel::wire::Decode(huge_array, 6, &out).code(), orvel::kErrInvalidArgument);
   const char huge_map[] = "\x91\xdf\x80\x00\x00\x00";
   EXPECT_EQ(orvel::wire::Decode(huge_map, 6, &out).code(), orvel::kErrInvalidArgument);
-  const char long_string[] = "\xdb\x7f\xff\xff\xffab";
+  const char long_string[] = "\xdb\x7f\xff\xff\xff" "ab";
   EXPECT_EQ(orvel::wire::Decode(long_string, 7, &out).code(), orvel::kErrInvalidArgument);
   const char unused_byte[] = "\xc1";
   EXPECT_EQ(orvel::wire::Decode(unused_byte, 1, &out).code(), orvel::kErrInvalidArgument);
