@@ -67,8 +67,10 @@ struct Cell {
   std::string Fresh(const std::string& stem) const;
 };
 
-// What an allowed cell left that the next cells must not see.
-enum class Undo { kNone, kRenameBack, kRecreateDoc, kMoveBack };
+// What an allowed cell left that the next cells must not see: a new name of
+// doc.txt or Shared, doc.txt deleted or moved into Sub, Shared moved into
+// Private, Shared deleted (it is made again, with new shares and links).
+enum class Undo { kNone, kRenameBack, kRecreateDoc, kMoveBack, kMoveFolderBack, kRemakeShared };
 
 struct Row {
   const char* label;  // method, and a variant after a space ("copy out")

@@ -85,6 +85,9 @@ const std::vector<Row> kRows = {
        Files(r, "update", {{"path", c.Item("doc.txt")}, {"name", c.Fresh("renamed") + ".txt"}});
      },
      Undo::kRenameBack},
+    {"update rename folder", true, WriteWithLinks,
+     [](const Cell& c, Request* r) { Files(r, "update", {{"path", c.Item("")}, {"name", c.Fresh("Renamed")}}); },
+     Undo::kRenameBack},
     {"create", true, OwnPath,
      [](const Cell& c, Request* r) {
        Files(r, "create", {{"path", c.Item(c.Fresh("new") + ".txt")}, {"type", "file"},
@@ -118,6 +121,15 @@ const std::vector<Row> kRows = {
     {"delete", true, WriteShared,
      [](const Cell& c, Request* r) { Files(r, "delete", {{"files", JsonList({c.Item("doc.txt")})}}); },
      Undo::kRecreateDoc},
+    // The shared item itself stays its owner's.
+    {"move folder", true, OwnSpace,
+     [](const Cell& c, Request* r) {
+       Files(r, "move", {{"files", JsonList({c.Item("")})}, {"to_parent_folder", "/mydrive/Private"}});
+     },
+     Undo::kMoveFolderBack},
+    {"delete folder", true, OwnSpace,
+     [](const Cell& c, Request* r) { Files(r, "delete", {{"files", JsonList({c.Item("")})}}); },
+     Undo::kRemakeShared},
     {"delete v3", true, WriteShared,
      [](const Cell& c, Request* r) { Files(r, "delete", {{"files", JsonList({c.Item("doc.txt")})}}, 3); },
      Undo::kRecreateDoc},

@@ -185,16 +185,21 @@ class AccessMatrixTest : public ::testing::Test, public TaskHelpers {
   }
 
   void MakeItems() {
-    fx_.ids[""] = Create(Who::kOwner, "/mydrive/Shared", "", true);
-    fx_.ids["Sub"] = Create(Who::kOwner, "/mydrive/Shared/Sub", "", true);
-    fx_.ids["doc.txt"] = Create(Who::kOwner, "/mydrive/Shared/doc.txt", "doc\n");
-    fx_.ids["pic.png"] = Create(Who::kOwner, "/mydrive/Shared/pic.png", TinyPng());
-    fx_.ids["sheet.csv"] = Create(Who::kOwner, "/mydrive/Shared/sheet.csv", "a,b\n1,2\n");
+    MakeShared();
     Create(Who::kOwner, "/mydrive/Private", "", true);
     fx_.private_id = Create(Who::kOwner, "/mydrive/Private/secret.txt", "secret\n");
     for (Who who : {Who::kOwner, Who::kEditor, Who::kCommenter, Who::kViewer, Who::kOther}) {
       Create(who, "/mydrive/mine.txt", "mine\n");
     }
+  }
+
+  // Shared and what lies in it, its shares and its two links.
+  void MakeShared() {
+    fx_.ids[""] = Create(Who::kOwner, "/mydrive/Shared", "", true);
+    fx_.ids["Sub"] = Create(Who::kOwner, "/mydrive/Shared/Sub", "", true);
+    fx_.ids["doc.txt"] = Create(Who::kOwner, "/mydrive/Shared/doc.txt", "doc\n");
+    fx_.ids["pic.png"] = Create(Who::kOwner, "/mydrive/Shared/pic.png", TinyPng());
+    fx_.ids["sheet.csv"] = Create(Who::kOwner, "/mydrive/Shared/sheet.csv", "a,b\n1,2\n");
     OwnerCall("label", {{"files", "[\"id:" + fx_.ids["doc.txt"] + "\"]"}, {"labels", "[\"Important\"]"}});
     fx_.owner_label_id = OwnerCall("get", {{"path", "id:" + fx_.ids["doc.txt"]}})["labels"][0]["label_id"].asString();
     for (Who who : {Who::kEditor, Who::kCommenter, Who::kViewer}) {
@@ -216,25 +221,36 @@ class AccessMatrixTest : public ::testing::Test, public TaskHelpers {
     return std::string(reinterpret_cast<const char*>(kPng), sizeof(kPng));
   }
 
-  // Puts doc.txt back where and as it was after an allowed write.
+  // Puts the items back where and as they were after an allowed write.
   void Restore(Undo undo) {
-    const std::string doc = "id:" + fx_.ids["doc.txt"];
+    const std::string doc = "id:" + fx_.ids["doc.txt"], shared = "id:" + fx_.ids[""];
     switch (undo) {
       case Undo::kNone: return;
-      case Undo::kRenameBack: OwnerCall("update", {{"path", doc}, {"name", "doc.txt"}}); return;
-      case Undo::kMoveBack:
-        OwnerCall("move", {{"files", "[\"" + doc + "\"]"}, {"to_parent_folder", "id:" + fx_.ids[""]}});
+      case Undo::kRenameBack:
+        OwnerCall("update", {{"path", doc}, {"name", "doc.txt"}});
+        OwnerCall("update", {{"path", shared}, {"name", "Shared"}});
         return;
+      case Undo::kMoveBack:
+        OwnerCall("move", {{"files", "[\"" + doc + "\"]"}, {"to_parent_folder", shared}});
+        return;
+      case Undo::kMoveFolderBack:
+        OwnerCall("move", {{"files", "[\"" + shared + "\"]"}, {"to_parent_folder", "/mydrive"}});
+        return;
+      case Undo::kRemakeShared: MakeShared(); return;
       case Undo::kRecreateDoc: fx_.ids["doc.txt"] = Create(Who::kOwner, "/mydrive/Shared/doc.txt", "doc\n"); return;
     }
   }
 
-  // Runs one cell and checks it; returns whether it was allowed.
-  bool RunCell(const Row& row, Who who, Via via, int serial, DataSnapshot* baseline) {
+  // Runs one cell and checks it; returns whether it was allowed and appends
+  // the answer's code ("ok" or the error code) to *line.
+  bool RunCell(const Row& row, Who who, Via via, int serial, DataSnapshot* baseline, std::string* line) {
     Request req;
     row.build(Cell{fx_, who, via, serial}, &req);
     const bool allowed = row.allowed(who, via);
     Outcome o = Send(req, who, via);
+    char code[16];
+    std::snprintf(code, sizeof(code), " %5s", o.ok ? "ok" : std::to_string(o.code).c_str());
+    *line += code;
     const std::string where = std::string(row.label) + " by " + matrix::WhoName(who) + " via " + matrix::ViaName(via);
     if (who != Who::kOwner) {
       EXPECT_EQ(o.text.find(fx_.private_id), std::string::npos) << where << " names the private file:\n" << o.text;
@@ -265,15 +281,25 @@ class AccessMatrixTest : public ::testing::Test, public TaskHelpers {
 TEST_F(AccessMatrixTest, EveryMethodEveryCallerEveryWayOfNamingTheItem) {
   DataSnapshot baseline = DataSnapshot::Take(stack_->DataDir());
   int cells = 0, allowed = 0;
+  // The answers, one line per row: per caller (owner, editor, commenter,
+  // viewer, other, visitor, editor-link visitor, anonymous) the four ways
+  // path, id, shared-with-me, link.
+  std::string table;
   for (const Row& row : matrix::Rows()) {
+    char label[32];
+    std::snprintf(label, sizeof(label), "%-22s", row.label);
+    std::string line = label;
     for (Who who : kCallers) {
       for (Via via : kWays) {
         if (!row.targeted && via != Via::kPath) continue;
-        allowed += RunCell(row, who, row.targeted ? via : Via::kNone, ++cells, &baseline);
+        allowed += RunCell(row, who, row.targeted ? via : Via::kNone, ++cells, &baseline, &line);
       }
+      line += " |";
     }
+    table += line + "\n";
   }
-  std::printf("access matrix: %d cells, %d allowed, %d refused\n", cells, allowed, cells - allowed);
+  std::printf("%saccess matrix: %d cells, %d allowed, %d refused\n", table.c_str(), cells, allowed,
+              cells - allowed);
 }
 
 }  // namespace
