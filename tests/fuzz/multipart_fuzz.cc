@@ -62,16 +62,6 @@ orvel::Status Parse(const std::string& body, size_t chunk, std::vector<std::stri
   return st;
 }
 
-const std::string& TempDir() {
-  static const std::string dir = [] {
-    char tmpl[] = "/tmp/orvel-fuzz-XXXXXX";
-    const char* d = ::mkdtemp(tmpl);
-    if (d == nullptr) std::abort();
-    return std::string(d);
-  }();
-  return dir;
-}
-
 // The whole body through ReadRequestBody, as entry.cgi reads it from stdin.
 void ReadBody(const std::string& body, bool urlencoded) {
   int fd = ::memfd_create("body", MFD_CLOEXEC);
@@ -86,12 +76,15 @@ void ReadBody(const std::string& body, bool urlencoded) {
   env.has_length = true;
   env.content_length = body.size() + (body.size() % 7 == 3 ? 1 : 0);  // sometimes truncated
   zemo::cgi::BodyLimits limits;
-  limits.tmp_dir = TempDir();
+  // The reader makes the folder for an upload; it is removed again below.
+  limits.tmp_dir = "/tmp/orvel-fuzz-" + std::to_string(::getpid());
   limits.upload_max = 4096;
   limits.form_max = 4096;
   zemo::cgi::RequestBody out;
   orvel::Status st = zemo::cgi::ReadRequestBody(env, fd, limits, &out);
   if (out.upload && out.upload->size() > limits.upload_max) std::abort();
+  out.upload.reset();
+  ::rmdir(limits.tmp_dir.c_str());
   ::close(fd);
 }
 

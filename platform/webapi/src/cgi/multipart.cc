@@ -156,11 +156,14 @@ orvel::Status MultipartParser::StepHeaders(bool* progressed) {
   if (buf_.size() >= 2 && buf_.compare(0, 2, "\r\n") == 0) {
     consumed = 2;  // a part without headers
   } else {
-    size_t end = buf_.find("\r\n\r\n");
+    // Resume where the last search stopped, so a block that arrives a byte
+    // at a time is not searched again from its start each time.
+    size_t end = buf_.find("\r\n\r\n", header_scan_);
     if (end == std::string::npos) {
       // A block of up to kMaxHeaderBytes may still end in the next bytes
       // until its blank line could no longer fit.
       if (buf_.size() >= kMaxHeaderBytes + 4) return BadBody("part headers too long");
+      header_scan_ = buf_.size() < 3 ? 0 : buf_.size() - 3;
       return orvel::Status::OK();
     }
     if (end > kMaxHeaderBytes) return BadBody("part headers too long");
@@ -168,6 +171,7 @@ orvel::Status MultipartParser::StepHeaders(bool* progressed) {
     consumed = end + 4;
   }
   buf_.erase(0, consumed);
+  header_scan_ = 0;
   ORVEL_RETURN_IF_ERROR(handler_->OnPartBegin(ParsePartHeaders(block)));
   state_ = State::kBody;
   *progressed = true;
