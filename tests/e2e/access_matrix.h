@@ -51,7 +51,7 @@ struct Request {
   std::string method;
   int version = 1;
   std::vector<std::pair<std::string, std::string>> fields;  // sent as they are
-  std::string upload;       // a file to send as the multipart part "file"
+  std::string upload;       // the name of a file to send as the multipart part "file"
   bool fresh_sid = false;   // send a session made for this cell (logout ends it)
 };
 

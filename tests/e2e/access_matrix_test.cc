@@ -12,6 +12,7 @@
 #include <sstream>
 
 #include "../integration/transfer_test_util.h"
+#include "access_http.h"
 #include "access_matrix.h"
 #include "access_snapshot.h"
 #include "nimbard/platform.h"
@@ -85,7 +86,6 @@ class AccessMatrixTest : public ::testing::Test, public TaskHelpers {
     fx_.import_dir = root + "/import";
     ASSERT_EQ(::mkdir(fx_.import_dir.c_str(), 0755), 0);
     std::ofstream(fx_.import_dir + "/in.txt") << "imported\n";
-    std::ofstream(root + "/upload.txt") << "uploaded\n";
     const std::string soffice = root + "/fake-soffice";
     std::ofstream(soffice) << "#!/bin/sh\n# --convert-to FORMAT --outdir DIR SOURCE\n"
                               "base=$(basename \"$9\")\nprintf 'converted\\n' > \"$8/${base%.*}.$6\"\n";
@@ -100,11 +100,6 @@ class AccessMatrixTest : public ::testing::Test, public TaskHelpers {
     std::ofstream(conf_path) << conf;
     stack_->StopDaemon();
     stack_->StartDaemon();
-  }
-
-  ProcessOutput Curl(std::vector<std::string> args) const {
-    args.insert(args.begin(), {"/usr/bin/curl", "-s", "-i", "--max-time", "120"});
-    return RunProcess(args, BaseEnv(stack_->root()));
   }
 
   std::string Login(Who who) {
@@ -129,8 +124,7 @@ class AccessMatrixTest : public ::testing::Test, public TaskHelpers {
   // Sends one request as the caller; waits for the task of an asynchronous
   // answer.
   Outcome Send(const Request& req, Who who, Via via) {
-    std::vector<std::string> args = {"http://127.0.0.1:" + std::to_string(port_) + "/webapi/entry.cgi"};
-    std::vector<std::pair<std::string, std::string>> fields = {
+    FormFields fields = {
         {"api", req.api}, {"method", req.method}, {"version", std::to_string(req.version)}};
     fields.insert(fields.end(), req.fields.begin(), req.fields.end());
     if (matrix::HasAccount(who)) fields.emplace_back("_sid", req.fresh_sid ? Login(who) : fx_.sid[who]);
@@ -139,16 +133,12 @@ class AccessMatrixTest : public ::testing::Test, public TaskHelpers {
     } else if (who == Who::kVisitorEditor) {
       fields.emplace_back("sharing_token", fx_.edit_token);
     }
-    for (const auto& [name, value] : fields) {
-      args.insert(args.end(), {req.upload.empty() ? "--data-urlencode" : "--form-string", name + "=" + value});
-    }
-    if (!req.upload.empty()) args.insert(args.end(), {"-F", "file=@" + stack_->root() + "/" + req.upload});
     Outcome o;
-    o.text = Curl(args).out;
+    o.text = HttpPostForm(port_, fields, req.upload, req.upload.empty() ? "" : "uploaded\n");
     Json::Value v = Envelope(o.text);
     if (v.isNull()) {  // a file or a thumbnail: the download error header says whether it failed
       const size_t header = o.text.find("X-ZEMO-WEBAPI-DOWNLOAD-ERROR-CODE: ");
-      o.ok = o.text.compare(0, 15, "HTTP/1.1 200 OK") == 0 && header == std::string::npos;
+      o.ok = HttpStatus(o.text) == 200 && header == std::string::npos;
       o.code = header == std::string::npos ? 0 : std::atoi(o.text.c_str() + header + 35);
       return o;
     }
