@@ -42,6 +42,7 @@ struct Fixture {
   std::string owner_label_id;              // a label of the owner's, on doc.txt
   std::string private_id;                  // Private/secret.txt
   std::string import_dir;                  // a server folder every user may import from
+  std::string download_task;               // the owner's finished download of Shared/Sub
   std::map<Who, std::string> sid;          // sessions of the accounts
 };
 

@@ -143,6 +143,9 @@ const std::vector<Row> kRows = {
     {"list_starred", false, Accounts, [](const Cell&, Request* r) { Files(r, "list_starred", {}); }},
     {"list_labelled", false, OwnerAlone,
      [](const Cell& c, Request* r) { Files(r, "list_labelled", {{"label_id", c.fx.owner_label_id}}); }},
+    // The zip of a folder download is its owner's alone.
+    {"download task result", false, OwnerAlone,
+     [](const Cell& c, Request* r) { Files(r, "download", {{"task_id", c.fx.download_task}}); }},
     {"list_backup_tasks v3", false, Accounts,
      [](const Cell&, Request* r) { Files(r, "list_backup_tasks", {}, 3); }},
     // ZEMO.API.Auth: an account logs in as itself; nobody with a wrong password.

@@ -181,6 +181,8 @@ class AccessMatrixTest : public ::testing::Test, public TaskHelpers {
     for (Who who : {Who::kOwner, Who::kEditor, Who::kCommenter, Who::kViewer, Who::kOther}) {
       Create(who, "/mydrive/mine.txt", "mine\n");
     }
+    fx_.download_task = OwnerCall("download", {{"files", "[\"/mydrive/Shared/Sub\"]"}})["async_task_id"].asString();
+    ASSERT_FALSE(fx_.download_task.empty());
   }
 
   // Shared and what lies in it, its shares and its two links.
