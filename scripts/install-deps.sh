@@ -7,6 +7,7 @@ PACKAGES=(
   build-essential cmake ninja-build pkg-config git
   libjsoncpp-dev libsqlite3-dev libsodium-dev libssl-dev libmsgpack-dev libarchive-dev
   libgtest-dev libgmock-dev libbenchmark-dev
+  clang-14 libclang-rt-14-dev
   libvips-dev libpoppler-cpp-dev libicu-dev
   libreoffice-writer-nogui libreoffice-calc-nogui libreoffice-impress-nogui
   lighttpd curl zip unzip python3 procps

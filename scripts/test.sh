@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
 # Installs what is needed, builds the normal and the sanitizer (ASan+UBSan)
-# configurations and runs every test (unit, integration, e2e) in both.
+# configurations and runs every test (unit, integration, e2e) in both, then
+# builds the libFuzzer targets with clang and runs each for a bounded time
+# (ORVEL_FUZZ_SECONDS, 40 by default).
 set -euo pipefail
 here=$(cd "$(dirname "$0")/.." && pwd)
 cd "$here"
@@ -18,3 +20,6 @@ run() {
 
 run build-test -DCMAKE_BUILD_TYPE=RelWithDebInfo
 run build-test-asan -DCMAKE_BUILD_TYPE=Debug -DORVEL_SANITIZE=ON
+run build-test-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DORVEL_FUZZ=ON \
+  -DCMAKE_C_COMPILER=clang-14 -DCMAKE_CXX_COMPILER=clang++-14 \
+  -DORVEL_FUZZ_SECONDS="${ORVEL_FUZZ_SECONDS:-40}"

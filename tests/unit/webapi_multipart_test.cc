@@ -81,6 +81,32 @@ TEST(MultipartParser, MalformedBodies) {
   }
 }
 
+// The header and padding limits hold at their exact edges whatever the read
+// size: a block that fits was once refused when it arrived in small reads.
+TEST(MultipartParser, LimitsDoNotDependOnTheReadSplits) {
+  const size_t max = MultipartParser::kMaxHeaderBytes;
+  auto with_header = [](size_t block) {
+    std::string h = "Content-Disposition: form-data; name=\"a\"; x=";
+    h += std::string(block - h.size(), 'y');
+    return std::string("--") + kB + "\r\n" + h + "\r\n\r\nv\r\n" + End();
+  };
+  auto with_padding = [](size_t n) {
+    return std::string("--") + kB + std::string(n, ' ') + "\r\n\r\nv\r\n" + End();
+  };
+  struct Case {
+    std::string body;
+    bool ok;
+  } cases[] = {{with_header(max), true}, {with_header(max + 1), false},
+               {with_padding(1024), true}, {with_padding(1025), false}};
+  for (const Case& c : cases) {
+    for (size_t chunk : {c.body.size(), size_t{1}, size_t{64}, size_t{4096}}) {
+      Recorder rec;
+      orvel::Status st = ParseInChunks(c.body, chunk, &rec);
+      EXPECT_EQ(c.ok, st.ok()) << c.body.size() << " bytes in chunks of " << chunk << ": " << st.ToString();
+    }
+  }
+}
+
 TEST(MultipartParser, PartHeaders) {
   PartHeaders h = ParsePartHeaders(
       "content-disposition: form-data; filename=\"x\\y.txt\"; name=file\r\nContent-Type: text/plain");

@@ -3,11 +3,27 @@
 
 #include <json/json.h>
 
+#include <cmath>
+#include <limits>
+
 namespace {
 const std::string kEmptyString;
 const PObject kNullObject;
 const PObject::Array kEmptyArray;
 const PObject::Map kEmptyMap;
+
+// A double read as an integer saturates at the type's range and NaN reads as
+// def: casting a value outside the range is undefined behaviour, and a peer
+// may send any double.
+template <typename Int>
+Int DoubleTo(double d, Int def) {
+  if (std::isnan(d)) return def;
+  // 2^63 (2^64 unsigned), the first value above the range, is an exact double.
+  const double top = std::ldexp(1.0, std::numeric_limits<Int>::digits);
+  if (d >= top) return std::numeric_limits<Int>::max();
+  if (d <= static_cast<double>(std::numeric_limits<Int>::min())) return std::numeric_limits<Int>::min();
+  return static_cast<Int>(d);
+}
 }  // namespace
 
 PObject::PObject(Array v) : type_(Type::kArray), a_(std::make_shared<Array>(std::move(v))) {}
@@ -38,7 +54,7 @@ int64_t PObject::asInt64(int64_t def) const {
   switch (type_) {
     case Type::kInt: return i_;
     case Type::kUInt: return static_cast<int64_t>(u_);
-    case Type::kDouble: return static_cast<int64_t>(d_);
+    case Type::kDouble: return DoubleTo<int64_t>(d_, def);
     case Type::kBool: return b_ ? 1 : 0;
     default: return def;
   }
@@ -48,7 +64,7 @@ uint64_t PObject::asUInt64(uint64_t def) const {
   switch (type_) {
     case Type::kInt: return static_cast<uint64_t>(i_);
     case Type::kUInt: return u_;
-    case Type::kDouble: return d_ < 0 ? 0 : static_cast<uint64_t>(d_);
+    case Type::kDouble: return DoubleTo<uint64_t>(d_, def);
     case Type::kBool: return b_ ? 1 : 0;
     default: return def;
   }

@@ -81,6 +81,76 @@ bool Unpack(const msgpack_object& o, PObject* out) {
   }
 }
 
+// Big-endian unsigned integer of n bytes at p.
+uint64_t ReadBE(const unsigned char* p, size_t n) {
+  uint64_t v = 0;
+  for (size_t i = 0; i < n; ++i) v = (v << 8) | p[i];
+  return v;
+}
+
+// Walks the msgpack bytes without building anything and refuses a message
+// whose arrays, maps, strings or binaries announce more than the bytes that
+// remain: the unpacker allocates a container's slots from its count before it
+// reads the elements, so a few bytes could otherwise ask for gigabytes. With
+// this check the unpacker's memory stays proportional to the message, and
+// the number of values (each a PObject of about a hundred bytes) is bounded.
+bool ShapeFits(const char* data, size_t len) {
+  const auto* p = reinterpret_cast<const unsigned char*>(data);
+  size_t off = 0;
+  uint64_t pending = 1;  // objects still to read; each needs at least a byte
+  uint64_t total = 1;    // objects announced so far
+  while (pending > 0) {
+    if (off >= len || pending > len - off || total > kMaxFrameValues) return false;
+    --pending;
+    const unsigned b = p[off++];
+    uint64_t skip = 0, count = 0;
+    size_t size_bytes = 0;  // bytes of a length or count field
+    bool is_map = false, is_container = false;
+    if (b <= 0x7f || b >= 0xe0 || b == 0xc0 || b == 0xc2 || b == 0xc3) {
+      // fixint, nil, booleans: the byte itself
+    } else if (b <= 0x8f) {
+      count = b & 0x0f, is_map = is_container = true;
+    } else if (b <= 0x9f) {
+      count = b & 0x0f, is_container = true;
+    } else if (b <= 0xbf) {
+      skip = b & 0x1f;
+    } else if (b == 0xc4 || b == 0xd9) {
+      size_bytes = 1;
+    } else if (b == 0xc5 || b == 0xda) {
+      size_bytes = 2;
+    } else if (b == 0xc6 || b == 0xdb) {
+      size_bytes = 4;
+    } else if (b >= 0xc7 && b <= 0xc9) {  // ext 8/16/32: length, then a type byte
+      size_bytes = size_t{1} << (b - 0xc7), skip = 1;
+    } else if (b == 0xca || b == 0xcb) {
+      skip = b == 0xca ? 4 : 8;
+    } else if (b >= 0xcc && b <= 0xd3) {  // uint and int 8..64
+      skip = size_t{1} << ((b - 0xcc) & 3);
+    } else if (b >= 0xd4 && b <= 0xd8) {  // fixext: type byte and 1..16 bytes
+      skip = 1 + (size_t{1} << (b - 0xd4));
+    } else if (b == 0xdc || b == 0xdd) {
+      size_bytes = b == 0xdc ? 2 : 4, is_container = true;
+    } else if (b == 0xde || b == 0xdf) {
+      size_bytes = b == 0xde ? 2 : 4, is_map = is_container = true;
+    } else {
+      return false;  // 0xc1 is never used
+    }
+    if (size_bytes > 0) {
+      if (len - off < size_bytes) return false;
+      const uint64_t n = ReadBE(p + off, size_bytes);
+      off += size_bytes;
+      if (is_container) count = n; else skip += n;
+    }
+    if (skip > len - off) return false;
+    off += static_cast<size_t>(skip);
+    if (is_container) {
+      pending += is_map ? 2 * count : count;
+      total += is_map ? 2 * count : count;
+    }
+  }
+  return true;
+}
+
 // Reads exactly len bytes; 0 on success, else errno (0 read at start = EOF).
 int ReadFull(int fd, char* buf, size_t len, size_t* got) {
   *got = 0;
@@ -117,6 +187,7 @@ std::string Encode(const PObject& value) {
 }
 
 Status Decode(const char* data, size_t len, PObject* out) {
+  if (!ShapeFits(data, len)) return Status(kErrInvalidArgument, "malformed message");
   msgpack_unpacked result;
   msgpack_unpacked_init(&result);
   size_t off = 0;

@@ -95,6 +95,7 @@ Status EvaluateOther(RequestContext& ctx, const std::vector<Node>& chain, Access
     if (chain[i].file_id != link.file_id) continue;
     a->role = ParseRole(link.role);
     if (a->role == Role::kNone || a->role == Role::kOwner) a->role = Role::kViewer;
+    a->by_link = true;
     a->view_path = ViewFrom(chain, i, "");
     a->top_id = chain[i].file_id;
     return Status::OK();
@@ -241,6 +242,7 @@ Access ChildAccess(const Layout&, const Access& folder, const Node& child) {
   a.components.push_back(child.name);
   a.view_path = folder.view_path + "/" + child.name;
   a.top_id = folder.top_id;
+  a.by_link = folder.by_link;
   return a;
 }
 
@@ -319,6 +321,7 @@ Status AccessAncestors(RequestContext& ctx, const Access& item, std::vector<Acce
     a.components.assign(item.components.begin(), item.components.begin() + static_cast<long>(i));
     a.view_path = views[i].empty() ? "/mydrive" : views[i];
     a.top_id = item.top_id;
+    a.by_link = item.by_link;
     out->push_back(a);
   }
   return Status::OK();

@@ -33,6 +33,7 @@ struct Access {
   std::vector<std::string> components;  // below the owner's root (for the real path)
   std::string view_path;                // the path as the caller sees it
   std::string top_id;                   // highest item the caller may reach (breadcrumbs stop there)
+  bool by_link = false;                 // the role comes from the request's sharing link
 };
 
 // True for a caller without an account (a sharing-link visitor).

@@ -65,6 +65,10 @@ Status CheckServiceState(RequestContext& ctx, unsigned flags) {
 }
 
 Status Run(RequestContext& ctx, const OpSpec& op, const PObject& args, PObject* result) {
+  // A sharing token counts only in the ops that admit link visitors: search,
+  // marks, access requests and transfers act on what the caller owns or was
+  // shared with, never on what a link lets the caller see.
+  if (!(op.flags & kOpVisitor)) ctx.sharing_token.clear();
   if (op.flags & kOpAdmin) ORVEL_RETURN_IF_ERROR(CheckAdminPeer(ctx));
   if (op.flags & kOpCaller) ORVEL_RETURN_IF_ERROR(CheckCaller(ctx, op.flags));
   if (op.flags & (kOpStore | kOpEnabled | kOpWrite)) ORVEL_RETURN_IF_ERROR(ctx.d->pool->Acquire(&ctx.store));

@@ -135,6 +135,8 @@ Status CheckRole(RequestContext& ctx, const UpdateArgs& a, const PObject& args, 
   if ((writes && !caps.can_write) || (renames && !caps.can_rename))
     return Status(kErrPermission, "permission denied: " + item.view_path + " is shared as " + RoleName(item.role));
   if (marks && IsVisitor(ctx)) return Status(kErrPermission, "permission denied: link visitors have no marks");
+  if (marks && item.by_link)
+    return Status(kErrPermission, "permission denied: marks need an item of the caller's or shared with the caller");
   if (renames && item.node.parent_id.empty()) return Status(kErrInvalidName, "the space's root cannot be renamed");
   if ((a.has_content || a.has_data) && item.node.is_dir())
     return Status(kErrIsFolder, "is a folder: " + item.view_path);

@@ -17,10 +17,13 @@ namespace orvel::wire {
 
 constexpr int kProtocolVersion = 11061;
 constexpr uint32_t kMaxFrameBytes = 64u << 20;  // larger frames are refused
+constexpr uint64_t kMaxFrameValues = 4u << 20;  // values (keys included) in one message
 
 // Serialises a PObject to msgpack.
 std::string Encode(const PObject& value);
-// Parses one msgpack value; kErrInvalidArgument for malformed input.
+// Parses one msgpack value; kErrInvalidArgument for malformed input, for a
+// container or string that announces more than the bytes left, and for a
+// message of more than kMaxFrameValues values.
 Status Decode(const char* data, size_t len, PObject* out);
 
 // Writes one frame. kErrStorage with the errno text on failure.

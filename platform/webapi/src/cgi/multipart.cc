@@ -137,12 +137,12 @@ orvel::Status MultipartParser::StepAfterDelimiter(bool* progressed) {
     *progressed = true;
     return orvel::Status::OK();
   }
-  // Transport padding (spaces, tabs) may sit between the boundary and CRLF.
+  // Transport padding (spaces, tabs) may sit between the boundary and CRLF,
+  // at most kMaxPaddingBytes of it however the body was cut into chunks.
   size_t pos = buf_.find_first_not_of(" \t");
-  if (pos == std::string::npos || pos + 1 >= buf_.size()) {
-    if (buf_.size() > kMaxPaddingBytes) return BadBody("bad boundary line");
-    return orvel::Status::OK();
-  }
+  size_t padding = pos == std::string::npos ? buf_.size() : pos;
+  if (padding > kMaxPaddingBytes) return BadBody("bad boundary line");
+  if (pos == std::string::npos || pos + 1 >= buf_.size()) return orvel::Status::OK();
   if (buf_[pos] != '\r' || buf_[pos + 1] != '\n') return BadBody("bad boundary line");
   buf_.erase(0, pos + 2);
   state_ = State::kHeaders;
@@ -156,9 +156,14 @@ orvel::Status MultipartParser::StepHeaders(bool* progressed) {
   if (buf_.size() >= 2 && buf_.compare(0, 2, "\r\n") == 0) {
     consumed = 2;  // a part without headers
   } else {
-    size_t end = buf_.find("\r\n\r\n");
+    // Resume where the last search stopped, so a block that arrives a byte
+    // at a time is not searched again from its start each time.
+    size_t end = buf_.find("\r\n\r\n", header_scan_);
     if (end == std::string::npos) {
-      if (buf_.size() > kMaxHeaderBytes) return BadBody("part headers too long");
+      // A block of up to kMaxHeaderBytes may still end in the next bytes
+      // until its blank line could no longer fit.
+      if (buf_.size() >= kMaxHeaderBytes + 4) return BadBody("part headers too long");
+      header_scan_ = buf_.size() < 3 ? 0 : buf_.size() - 3;
       return orvel::Status::OK();
     }
     if (end > kMaxHeaderBytes) return BadBody("part headers too long");
@@ -166,6 +171,7 @@ orvel::Status MultipartParser::StepHeaders(bool* progressed) {
     consumed = end + 4;
   }
   buf_.erase(0, consumed);
+  header_scan_ = 0;
   ORVEL_RETURN_IF_ERROR(handler_->OnPartBegin(ParsePartHeaders(block)));
   state_ = State::kBody;
   *progressed = true;

@@ -64,6 +64,7 @@ class MultipartParser {
   std::string delimiter_;  // CRLF "--" boundary
   MultipartHandler* handler_;
   std::string buf_;        // bytes received but not yet consumed
+  size_t header_scan_ = 0; // where the search for the end of the part headers resumes
   State state_ = State::kPreamble;
 };
 
