@@ -51,7 +51,7 @@ bool SendAll(int fd, const std::string& data) {
 }  // namespace
 
 std::string HttpPostForm(int port, const FormFields& fields, const std::string& upload_name,
-                         const std::string& upload_content) {
+                         const std::string& upload_content, uint8_t source) {
   const bool multipart = !upload_name.empty();
   const std::string body = multipart ? MultipartBody(fields, upload_name, upload_content) : UrlEncodedBody(fields);
   const std::string type =
@@ -62,6 +62,12 @@ std::string HttpPostForm(int port, const FormFields& fields, const std::string& 
   if (!fd.valid()) return "";
   timeval limit{120, 0};  // a hung server fails the test instead of blocking it
   ::setsockopt(fd.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit));
+  if (source > 1) {  // another loopback address: the server sees another client
+    sockaddr_in from{};
+    from.sin_family = AF_INET;
+    from.sin_addr.s_addr = htonl((127u << 24) | source);
+    if (::bind(fd.get(), reinterpret_cast<sockaddr*>(&from), sizeof(from)) != 0) return "";
+  }
   sockaddr_in addr{};
   addr.sin_family = AF_INET;
   addr.sin_port = htons(static_cast<uint16_t>(port));

@@ -5,6 +5,7 @@
 // Thread-safe (no shared state).
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <utility>
 #include <vector>
@@ -16,9 +17,9 @@ using FormFields = std::vector<std::pair<std::string, std::string>>;
 // POSTs fields as application/x-www-form-urlencoded, or as multipart/form-data
 // when upload_name is not empty (the file part "file" with that file name and
 // upload_content). Returns the raw answer; "" when the server could not be
-// reached (the test fails then).
+// reached (the test fails then). source > 1 sends from 127.0.0.<source>.
 std::string HttpPostForm(int port, const FormFields& fields, const std::string& upload_name = "",
-                         const std::string& upload_content = "");
+                         const std::string& upload_content = "", uint8_t source = 1);
 
 // The status code of a raw answer (0 when it has no status line).
 int HttpStatus(const std::string& answer);
