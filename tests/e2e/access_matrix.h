@@ -73,8 +73,13 @@ struct Cell {
 // Private, Shared deleted (it is made again, with new shares and links).
 enum class Undo { kNone, kRenameBack, kRecreateDoc, kMoveBack, kMoveFolderBack, kRemakeShared };
 
+// Rows run in groups, each against a stack of its own, so that the groups
+// can run side by side.
+enum class Group { kRead, kMarks, kWrite, kTransfer };
+
 struct Row {
   const char* label;  // method, and a variant after a space ("copy out")
+  Group group;
   bool targeted;      // names an item below Shared (else run once per caller)
   bool (*allowed)(Who, Via);
   void (*build)(const Cell& cell, Request* out);

@@ -51,105 +51,105 @@ void Files(Request* r, const char* method, std::vector<std::pair<std::string, st
 
 const std::vector<Row> kRows = {
     // Reading.
-    {"list", true, ReadWithLinks, [](const Cell& c, Request* r) { Files(r, "list", {{"path", c.Item("")}}); }},
-    {"get", true, ReadWithLinks, [](const Cell& c, Request* r) { Files(r, "get", {{"path", c.Item("doc.txt")}}); }},
-    {"get v2", true, ReadWithLinks,
+    {"list", Group::kRead, true, ReadWithLinks, [](const Cell& c, Request* r) { Files(r, "list", {{"path", c.Item("")}}); }},
+    {"get", Group::kRead, true, ReadWithLinks, [](const Cell& c, Request* r) { Files(r, "get", {{"path", c.Item("doc.txt")}}); }},
+    {"get v2", Group::kRead, true, ReadWithLinks,
      [](const Cell& c, Request* r) { Files(r, "get", {{"path", c.Item("doc.txt")}}, 2); }},
-    {"get_thumbnail", true, ReadWithLinks,
+    {"get_thumbnail", Group::kRead, true, ReadWithLinks,
      [](const Cell& c, Request* r) { Files(r, "get_thumbnail", {{"path", c.Item("pic.png")}, {"size", "small"}}); }},
-    {"list_ancestor", true, ReadWithLinks,
+    {"list_ancestor", Group::kRead, true, ReadWithLinks,
      [](const Cell& c, Request* r) { Files(r, "list_ancestor", {{"path", c.Item("doc.txt")}}); }},
-    {"search", true, ReadShared,
+    {"search", Group::kRead, true, ReadShared,
      [](const Cell& c, Request* r) {
        Files(r, "search", {{"keyword", "doc"}, {"location", "custom"}, {"custom_location", c.Item("")}});
      }},
-    {"download", true, ReadShared,
+    {"download", Group::kRead, true, ReadShared,
      [](const Cell& c, Request* r) { Files(r, "download", {{"files", JsonList({c.Item("doc.txt")})}}); }},
     // Marks and access requests.
-    {"star", true, ReadShared,
+    {"star", Group::kMarks, true, ReadShared,
      [](const Cell& c, Request* r) { Files(r, "star", {{"files", JsonList({c.Item("doc.txt")})}, {"starred", "true"}}); }},
-    {"label", true, ReadShared,
+    {"label", Group::kMarks, true, ReadShared,
      [](const Cell& c, Request* r) {
        Files(r, "label", {{"files", JsonList({c.Item("doc.txt")})}, {"labels", JsonList({"Mine"})}});
      }},
-    {"update star", true, ReadShared,
+    {"update star", Group::kMarks, true, ReadShared,
      [](const Cell& c, Request* r) { Files(r, "update", {{"path", c.Item("doc.txt")}, {"starred", "true"}}); }},
     // One request per item and requester: the link's cell asks for another item.
-    {"request_access", true, AsksAccess,
+    {"request_access", Group::kMarks, true, AsksAccess,
      [](const Cell& c, Request* r) {
        Files(r, "request_access", {{"path", c.Item(c.via == Via::kLink ? "sheet.csv" : "doc.txt")}});
      }},
     // Writing.
-    {"update rename", true, WriteWithLinks,
+    {"update rename", Group::kWrite, true, WriteWithLinks,
      [](const Cell& c, Request* r) {
        Files(r, "update", {{"path", c.Item("doc.txt")}, {"name", c.Fresh("renamed") + ".txt"}});
      },
      Undo::kRenameBack},
-    {"update rename folder", true, WriteWithLinks,
+    {"update rename folder", Group::kWrite, true, WriteWithLinks,
      [](const Cell& c, Request* r) { Files(r, "update", {{"path", c.Item("")}, {"name", c.Fresh("Renamed")}}); },
      Undo::kRenameBack},
-    {"create", true, OwnPath,
+    {"create", Group::kWrite, true, OwnPath,
      [](const Cell& c, Request* r) {
        Files(r, "create", {{"path", c.Item(c.Fresh("new") + ".txt")}, {"type", "file"},
                            {"file_content", EncBase64Enc("new\n")}});
      }},
-    {"upload", true, OwnPath,
+    {"upload", Group::kWrite, true, OwnPath,
      [](const Cell& c, Request* r) {
        Files(r, "upload", {{"path", c.Item(c.Fresh("up") + ".txt")}, {"type", "file"}});
        r->upload = "upload.txt";
      }},
-    {"upload_from_tpx", true, OwnSpace,
+    {"upload_from_tpx", Group::kWrite, true, OwnSpace,
      [](const Cell& c, Request* r) {
        Files(r, "upload_from_tpx", {{"path", c.Item("")}, {"tpx_paths", JsonList({c.fx.import_dir + "/in.txt"})},
                                     {"conflict_action", "autorename"}});
      }},
-    {"convert_office", true, OwnSpace,
+    {"convert_office", Group::kWrite, true, OwnSpace,
      [](const Cell& c, Request* r) { Files(r, "convert_office", {{"files", JsonList({c.Item("sheet.csv")})}}); }},
-    {"copy out", true, ReadShared,
+    {"copy out", Group::kTransfer, true, ReadShared,
      [](const Cell& c, Request* r) {
        Files(r, "copy", {{"files", JsonList({c.Item("doc.txt")})}, {"to_parent_folder", "/mydrive"}});
      }},
-    {"copy in", true, WriteShared,
+    {"copy in", Group::kTransfer, true, WriteShared,
      [](const Cell& c, Request* r) {
        Files(r, "copy", {{"files", JsonList({"/mydrive/mine.txt"})}, {"to_parent_folder", c.Item("Sub")}});
      }},
-    {"move", true, WriteShared,
+    {"move", Group::kTransfer, true, WriteShared,
      [](const Cell& c, Request* r) {
        Files(r, "move", {{"files", JsonList({c.Item("doc.txt")})}, {"to_parent_folder", c.Item("Sub")}});
      },
      Undo::kMoveBack},
-    {"delete", true, WriteShared,
+    {"delete", Group::kTransfer, true, WriteShared,
      [](const Cell& c, Request* r) { Files(r, "delete", {{"files", JsonList({c.Item("doc.txt")})}}); },
      Undo::kRecreateDoc},
     // The shared item itself stays its owner's.
-    {"move folder", true, OwnSpace,
+    {"move folder", Group::kTransfer, true, OwnSpace,
      [](const Cell& c, Request* r) {
        Files(r, "move", {{"files", JsonList({c.Item("")})}, {"to_parent_folder", "/mydrive/Private"}});
      },
      Undo::kMoveFolderBack},
-    {"delete folder", true, OwnSpace,
+    {"delete folder", Group::kTransfer, true, OwnSpace,
      [](const Cell& c, Request* r) { Files(r, "delete", {{"files", JsonList({c.Item("")})}}); },
      Undo::kRemakeShared},
-    {"delete v3", true, WriteShared,
+    {"delete v3", Group::kTransfer, true, WriteShared,
      [](const Cell& c, Request* r) { Files(r, "delete", {{"files", JsonList({c.Item("doc.txt")})}}, 3); },
      Undo::kRecreateDoc},
     // Acting for the owner is for trusted callers only, never over HTTP.
-    {"get as owner (sudo)", true, Nobody,
+    {"get as owner (sudo)", Group::kTransfer, true, Nobody,
      [](const Cell& c, Request* r) { Files(r, "get", {{"path", c.Item("doc.txt")}, {"sudo", "olive"}}); }},
     // The caller's own listings.
-    {"shared_with_me", false, Accounts, [](const Cell&, Request* r) { Files(r, "shared_with_me", {}); }},
-    {"shared_with_others", false, Accounts, [](const Cell&, Request* r) { Files(r, "shared_with_others", {}); }},
-    {"recent", false, Accounts, [](const Cell&, Request* r) { Files(r, "recent", {}); }},
-    {"list_starred", false, Accounts, [](const Cell&, Request* r) { Files(r, "list_starred", {}); }},
-    {"list_labelled", false, OwnerAlone,
+    {"shared_with_me", Group::kMarks, false, Accounts, [](const Cell&, Request* r) { Files(r, "shared_with_me", {}); }},
+    {"shared_with_others", Group::kMarks, false, Accounts, [](const Cell&, Request* r) { Files(r, "shared_with_others", {}); }},
+    {"recent", Group::kMarks, false, Accounts, [](const Cell&, Request* r) { Files(r, "recent", {}); }},
+    {"list_starred", Group::kMarks, false, Accounts, [](const Cell&, Request* r) { Files(r, "list_starred", {}); }},
+    {"list_labelled", Group::kMarks, false, OwnerAlone,
      [](const Cell& c, Request* r) { Files(r, "list_labelled", {{"label_id", c.fx.owner_label_id}}); }},
     // The zip of a folder download is its owner's alone.
-    {"download task result", false, OwnerAlone,
+    {"download task result", Group::kRead, false, OwnerAlone,
      [](const Cell& c, Request* r) { Files(r, "download", {{"task_id", c.fx.download_task}}); }},
-    {"list_backup_tasks v3", false, Accounts,
+    {"list_backup_tasks v3", Group::kMarks, false, Accounts,
      [](const Cell&, Request* r) { Files(r, "list_backup_tasks", {}, 3); }},
     // ZEMO.API.Auth: an account logs in as itself; nobody with a wrong password.
-    {"login", false, Accounts,
+    {"login", Group::kMarks, false, Accounts,
      [](const Cell& c, Request* r) {
        r->api = "ZEMO.API.Auth";
        r->method = "login";
@@ -158,20 +158,20 @@ const std::vector<Row> kRows = {
        const std::string name = HasAccount(c.who) ? AccountName(c.who) : "mallory";
        r->fields = {{"account", name}, {"passwd", HasAccount(c.who) ? name + "-password" : "guess"}};
      }},
-    {"login wrong password", false, Nobody,
+    {"login wrong password", Group::kMarks, false, Nobody,
      [](const Cell&, Request* r) {
        r->api = "ZEMO.API.Auth";
        r->method = "login";
        r->fields = {{"account", "mallory"}, {"passwd", "mallory-passwore"}};
      }},
-    {"logout", false, Everyone,
+    {"logout", Group::kMarks, false, Everyone,
      [](const Cell&, Request* r) {
        r->api = "ZEMO.API.Auth";
        r->method = "logout";
        r->fresh_sid = true;
      }},
     // ZEMO.API.Info describes the APIs and nothing of any user.
-    {"query", false, Everyone,
+    {"query", Group::kMarks, false, Everyone,
      [](const Cell&, Request* r) {
        r->api = "ZEMO.API.Info";
        r->method = "query";
