@@ -44,7 +44,11 @@ void Walk(const std::string& root, const std::string& rel, std::map<std::string,
   ::closedir(d);
   for (const std::string& name : names) {
     const std::string child = rel.empty() ? name : rel + "/" + name;
-    if (child == "@db" || child.compare(0, 14, "@tmp/download-") == 0) continue;
+    // Not user data: the module's download folders and the daemon's task
+    // staging, which the unlink queue removes on its own time after an
+    // earlier allowed download.
+    if (child == "@db" || child.compare(0, 14, "@tmp/download-") == 0 || child.compare(0, 10, "@tmp/task-") == 0)
+      continue;
     struct stat st;
     if (::lstat((root + "/" + child).c_str(), &st) != 0) continue;  // gone meanwhile
     (*out)[child] = Describe(root + "/" + child, st, child != "@tmp");

@@ -122,11 +122,11 @@ class CrashWalkTest : public SyncdTest,
   // Runs op with the Nth step failing; false when N was not reached.
   bool RunWithFault(const Op& op, int n, const char* action) {
     Restore();
-    std::string spec = "at=" + std::to_string(n) + ",action=" + action;
+    std::string setting = "at=" + std::to_string(n) + ",action=" + action;
     size_t log_from = ReadAll(root_ + "/syncd.log").size();
     {
       // Only this daemon gets the seam, even when Start() fails.
-      setenv("ORVEL_FAULT", spec.c_str(), 1);
+      setenv("ORVEL_FAULT", setting.c_str(), 1);
       std::unique_ptr<const char, void (*)(const char*)> unset("ORVEL_FAULT", [](const char* n) { unsetenv(n); });
       Start();
     }
@@ -148,7 +148,7 @@ class CrashWalkTest : public SyncdTest,
     Start();  // recovery and reconciliation, without the seam
     if (!task_id_.empty()) acks.task_state = TaskState(task_id_);
     EXPECT_EQ(Stop(), 0);
-    SCOPED_TRACE(std::string(op.name) + " with " + spec);
+    SCOPED_TRACE(std::string(op.name) + " with " + setting);
     CheckInvariants();
     op.check(this, acks);
     return reached;

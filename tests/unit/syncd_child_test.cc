@@ -14,13 +14,13 @@ namespace orvel::syncd {
 namespace {
 
 ChildResult RunScript(const std::string& script, const ChildLimits& limits = ChildLimits(), size_t capture = 4096) {
-  ChildSpec spec;
-  spec.argv = {"/bin/sh", "-c", script};
-  spec.env = {"PATH=/usr/bin:/bin"};
-  spec.capture_stdout = capture;
-  spec.limits = limits;
+  ChildSpec job;
+  job.argv = {"/bin/sh", "-c", script};
+  job.env = {"PATH=/usr/bin:/bin"};
+  job.capture_stdout = capture;
+  job.limits = limits;
   ChildResult r;
-  Status st = RunChild(spec, &r);
+  Status st = RunChild(job, &r);
   EXPECT_TRUE(st.ok()) << st.ToString();
   return r;
 }
@@ -64,15 +64,15 @@ TEST(RunChild, ReportsEachEnd) {
   r = RunScript("exec sleep 600", l);
   EXPECT_EQ(r.end, ChildEnd::kTimedOut);
 
-  ChildSpec spec;
-  spec.argv = {"/bin/sleep", "600"};
+  ChildSpec job;
+  job.argv = {"/bin/sleep", "600"};
   int calls = 0;
-  spec.cancelled = [&calls] { return ++calls == 2; };
-  ASSERT_TRUE(RunChild(spec, &r).ok());
+  job.cancelled = [&calls] { return ++calls == 2; };
+  ASSERT_TRUE(RunChild(job, &r).ok());
   EXPECT_EQ(r.end, ChildEnd::kCancelled);
 
-  spec.argv = {"/nonexistent/program"};
-  Status st = RunChild(spec, &r);
+  job.argv = {"/nonexistent/program"};
+  Status st = RunChild(job, &r);
   EXPECT_EQ(st.code(), kErrNotFound);
   EXPECT_EQ(st.message(), "exec /nonexistent/program: No such file or directory");
 }

@@ -2,7 +2,7 @@
 // is taken back by the guard, a write whose daemon died is taken back by
 // start-up recovery from its record (also a replace, with the old file put
 // back), a committed write keeps its renames and leaves nothing aside; and
-// the fault seam's spec parser (fault.h) refuses malformed values.
+// the fault seam's setting parser (fault.h) refuses malformed values.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -139,7 +139,7 @@ TEST_F(IntentTest, RefusedRenameChangesNothing) {
 
 TEST(FaultSpec, RefusesMalformedValues) {
   struct Case {
-    const char* spec;
+    const char* setting;
     const char* message;
   } cases[] = {
       {"at=0,action=eio", "ORVEL_FAULT: bad at=0"},
@@ -149,9 +149,9 @@ TEST(FaultSpec, RefusesMalformedValues) {
       {"at=3", "ORVEL_FAULT needs at=N and action=eio|enospc|kill"},
   };
   for (const Case& c : cases) {
-    Status st = fault::Configure(c.spec);
-    EXPECT_EQ(st.code(), kErrInvalidArgument) << c.spec;
-    EXPECT_EQ(st.message(), c.message) << c.spec;
+    Status st = fault::Configure(c.setting);
+    EXPECT_EQ(st.code(), kErrInvalidArgument) << c.setting;
+    EXPECT_EQ(st.message(), c.message) << c.setting;
   }
   EXPECT_TRUE(fault::Configure(nullptr).ok());
   fault::Arm();  // not configured: stays off

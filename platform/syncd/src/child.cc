@@ -157,12 +157,12 @@ bool Exited(pid_t pid) {
 
 // Waits until the child exits or the wait is given up; reads its output
 // meanwhile. The child is not reaped here.
-ChildEnd Wait(const ChildSpec& spec, pid_t pid, ScopedFd* out, ScopedFd* err, ChildResult* result) {
+ChildEnd Wait(const ChildSpec& job, pid_t pid, ScopedFd* out, ScopedFd* err, ChildResult* result) {
   ScopedFd pidfd(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
   for (ScopedFd* fd : {out, err})
     if (fd->valid()) fcntl(fd->get(), F_SETFL, O_NONBLOCK);
-  const bool timed = spec.limits.seconds > 0;
-  const Clock::time_point deadline = Clock::now() + std::chrono::seconds(spec.limits.seconds);
+  const bool timed = job.limits.seconds > 0;
+  const Clock::time_point deadline = Clock::now() + std::chrono::seconds(job.limits.seconds);
   for (;;) {
     struct pollfd fds[4];
     nfds_t n = 0;
@@ -173,38 +173,38 @@ ChildEnd Wait(const ChildSpec& spec, pid_t pid, ScopedFd* out, ScopedFd* err, Ch
     struct pollfd* exit_fd = add(pidfd.get(), POLLIN);
     add(out->get(), POLLIN);
     add(err->get(), POLLIN);
-    struct pollfd* hangup = add(spec.hangup_fd, POLLRDHUP);
+    struct pollfd* hangup = add(job.hangup_fd, POLLRDHUP);
     int wait_ms = -1;
     if (timed) {
       auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
       wait_ms = static_cast<int>(std::max<int64_t>(0, left));
     }
-    int tick = !pidfd.valid() ? kNoPidfdTickMs : spec.cancelled ? kCancelTickMs : -1;
+    int tick = !pidfd.valid() ? kNoPidfdTickMs : job.cancelled ? kCancelTickMs : -1;
     if (tick >= 0 && (wait_ms < 0 || wait_ms > tick)) wait_ms = tick;
     if (poll(fds, n, wait_ms) < 0 && errno != EINTR) return ChildEnd::kCancelled;
-    Drain(out, &result->out, spec.capture_stdout);
+    Drain(out, &result->out, job.capture_stdout);
     Drain(err, &result->err, kErrKeep);
     if (exit_fd ? (exit_fd->revents & POLLIN) != 0 : Exited(pid)) {
-      Drain(out, &result->out, spec.capture_stdout);
+      Drain(out, &result->out, job.capture_stdout);
       Drain(err, &result->err, kErrKeep);
       return ChildEnd::kExited;
     }
     if (hangup && hangup->revents != 0) return ChildEnd::kHungUp;
-    if (spec.cancelled && spec.cancelled()) return ChildEnd::kCancelled;
+    if (job.cancelled && job.cancelled()) return ChildEnd::kCancelled;
     if (timed && Clock::now() >= deadline) return ChildEnd::kTimedOut;
   }
 }
 
 }  // namespace
 
-Status RunChild(const ChildSpec& spec, ChildResult* result) {
+Status RunChild(const ChildSpec& job, ChildResult* result) {
   *result = ChildResult();
-  if (spec.argv.empty()) return Status(kErrInternal, "no program to run");
+  if (job.argv.empty()) return Status(kErrInternal, "no program to run");
   Prepared p;
-  p.argv = Pointers(spec.argv);
-  p.envp = Pointers(spec.env);
-  p.ids = ChildIds(spec.limits.unprivileged);
-  p.limits = spec.limits;
+  p.argv = Pointers(job.argv);
+  p.envp = Pointers(job.env);
+  p.ids = ChildIds(job.limits.unprivileged);
+  p.limits = job.limits;
   p.parent = getpid();
   long max_fd = sysconf(_SC_OPEN_MAX);
   if (max_fd > 0) p.max_fd = static_cast<int>(std::min<long>(max_fd, 1 << 20));
@@ -213,9 +213,9 @@ Status RunChild(const ChildSpec& spec, ChildResult* result) {
   Pipe out, err, report;
   ORVEL_RETURN_IF_ERROR(err.Open());
   ORVEL_RETURN_IF_ERROR(report.Open());
-  if (spec.capture_stdout > 0) ORVEL_RETURN_IF_ERROR(out.Open());
-  p.in = spec.stdin_fd >= 0 ? spec.stdin_fd : devnull.get();
-  p.out = out.write.valid() ? out.write.get() : spec.stdout_fd >= 0 ? spec.stdout_fd : devnull.get();
+  if (job.capture_stdout > 0) ORVEL_RETURN_IF_ERROR(out.Open());
+  p.in = job.stdin_fd >= 0 ? job.stdin_fd : devnull.get();
+  p.out = out.write.valid() ? out.write.get() : job.stdout_fd >= 0 ? job.stdout_fd : devnull.get();
   p.err = err.write.get();
   p.report = report.write.get();
   pid_t pid = fork();
@@ -232,12 +232,12 @@ Status RunChild(const ChildSpec& spec, ChildResult* result) {
   } while (got < 0 && errno == EINTR);
   ChildEnd end = got == static_cast<ssize_t>(sizeof(exec_errno))
                      ? ChildEnd::kExited
-                     : Wait(spec, pid, &out.read, &err.read, result);
+                     : Wait(job, pid, &out.read, &err.read, result);
   kill(-pid, SIGKILL);  // the child and anything it started; a no-op after a clean exit
   int status = 0;
   while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
   }
-  if (got == static_cast<ssize_t>(sizeof(exec_errno))) return FsError("exec", spec.argv[0], exec_errno);
+  if (got == static_cast<ssize_t>(sizeof(exec_errno))) return FsError("exec", job.argv[0], exec_errno);
   result->end = end;
   if (end == ChildEnd::kExited) {
     result->end = WIFEXITED(status) ? ChildEnd::kExited : ChildEnd::kSignalled;

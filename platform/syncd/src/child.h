@@ -56,7 +56,7 @@ struct ChildResult {
 // Runs the child to its end and describes that end in *result. Fails only
 // when the child cannot be started (kErrStorage with the errno text for a
 // program that cannot be executed, kErrInternal for fork and pipe failures).
-Status RunChild(const ChildSpec& spec, ChildResult* result);
+Status RunChild(const ChildSpec& job, ChildResult* result);
 
 // The environment variables of this process that a child should keep
 // (sanitizer options), as "NAME=value" strings.

@@ -67,23 +67,23 @@ Status RunSoffice(TaskContext& ctx, const std::string& soffice, const std::strin
   const SyncConfigMgr& config = ctx.d->config;
   const std::string base = src.substr(src.find_last_of('/') + 1);
   ORVEL_RETURN_IF_ERROR(CheckSource(src, base, config.GetDecodeMaxInputBytes()));
-  ChildSpec spec;
-  spec.argv = {soffice, "--headless", "--norestore", "--nolockcheck",
+  ChildSpec job;
+  job.argv = {soffice, "--headless", "--norestore", "--nolockcheck",
                "-env:UserInstallation=file://" + profile, "--convert-to", format, "--outdir", out_dir, src};
-  spec.env = InheritedChildEnv();
-  spec.env.push_back("HOME=" + profile);
-  spec.env.push_back("LANG=C.UTF-8");
-  if (const char* p = getenv("PATH")) spec.env.push_back(std::string("PATH=") + p);
-  spec.cancelled = [&ctx] { return ctx.Cancelled(); };
-  spec.limits.memory_bytes = config.GetConvertMemoryBytes();
-  spec.limits.seconds = config.GetConvertSeconds();
+  job.env = InheritedChildEnv();
+  job.env.push_back("HOME=" + profile);
+  job.env.push_back("LANG=C.UTF-8");
+  if (const char* p = getenv("PATH")) job.env.push_back(std::string("PATH=") + p);
+  job.cancelled = [&ctx] { return ctx.Cancelled(); };
+  job.limits.memory_bytes = config.GetConvertMemoryBytes();
+  job.limits.seconds = config.GetConvertSeconds();
   ChildResult r;
-  Status st = RunChild(spec, &r);
+  Status st = RunChild(job, &r);
   if (!st.ok()) return Status(kErrNoConverter, "converter not available: " + st.message());
   if (r.end == ChildEnd::kCancelled) return Status(kErrTaskCancelled, "task cancelled");
   if (r.end == ChildEnd::kTimedOut)
     return Status(kErrTaskFailed, "conversion of " + base + " timed out after " +
-                                      std::to_string(spec.limits.seconds) + " s");
+                                      std::to_string(job.limits.seconds) + " s");
   size_t dot = base.find_last_of('.');
   *output = out_dir + "/" + (dot == std::string::npos ? base : base.substr(0, dot)) + "." + format;
   struct stat out_st;

@@ -134,24 +134,24 @@ Status CheckDecoderInput(int fd, uint64_t max_bytes) {
 
 Status RunDecoder(const Decoder& decoder, const DecodeRun& run, int failure_code, std::string* captured) {
   if (lseek(run.in_fd, 0, SEEK_SET) != 0) return FsError("lseek", "decoder input", errno);
-  ChildSpec spec;
-  spec.argv.push_back(decoder.program);
-  spec.argv.insert(spec.argv.end(), run.args.begin(), run.args.end());
-  spec.env = InheritedChildEnv();
-  spec.env.push_back("LANG=C.UTF-8");
-  spec.env.push_back("MALLOC_ARENA_MAX=2");  // keeps the address space of a render small
-  spec.stdin_fd = run.in_fd;
-  spec.stdout_fd = run.out_fd;
-  spec.capture_stdout = run.out_fd < 0 ? run.capture : 0;
-  spec.hangup_fd = run.hangup_fd;
-  spec.limits.memory_bytes = decoder.memory_bytes;
-  spec.limits.seconds = decoder.seconds;
-  spec.limits.file_bytes = run.output_bytes;
-  spec.limits.unprivileged = true;
+  ChildSpec job;
+  job.argv.push_back(decoder.program);
+  job.argv.insert(job.argv.end(), run.args.begin(), run.args.end());
+  job.env = InheritedChildEnv();
+  job.env.push_back("LANG=C.UTF-8");
+  job.env.push_back("MALLOC_ARENA_MAX=2");  // keeps the address space of a render small
+  job.stdin_fd = run.in_fd;
+  job.stdout_fd = run.out_fd;
+  job.capture_stdout = run.out_fd < 0 ? run.capture : 0;
+  job.hangup_fd = run.hangup_fd;
+  job.limits.memory_bytes = decoder.memory_bytes;
+  job.limits.seconds = decoder.seconds;
+  job.limits.file_bytes = run.output_bytes;
+  job.limits.unprivileged = true;
   SlotGuard slot(run.hangup_fd, decoder.seconds);
   if (!slot.held()) return Status(failure_code, "given up: too many files being decoded");
   ChildResult r;
-  Status st = RunChild(spec, &r);
+  Status st = RunChild(job, &r);
   if (!st.ok()) return Status(kErrInternal, "decoder not started: " + st.message());
   switch (r.end) {
     case ChildEnd::kTimedOut:

@@ -19,13 +19,13 @@ namespace {
 
 enum class Action { kNone, kEio, kEnospc, kKill };
 
-struct Spec {
+struct Plan {
   unsigned long long at = 0;
   Action action = Action::kNone;
   std::string prefix;
 };
 
-Spec g_spec;                              // written by Configure before any thread starts
+Plan g_plan;                              // written by Configure before any thread starts
 std::atomic<unsigned long long> g_count{0};
 
 const char* ActionName(Action a) {
@@ -33,26 +33,26 @@ const char* ActionName(Action a) {
 }
 
 bool Matches(const char* name, bool is_point) {
-  if (g_spec.prefix.empty()) return !is_point;
-  return strncmp(name, g_spec.prefix.c_str(), g_spec.prefix.size()) == 0;
+  if (g_plan.prefix.empty()) return !is_point;
+  return strncmp(name, g_plan.prefix.c_str(), g_plan.prefix.size()) == 0;
 }
 
 // Counts a matching step; true when it is the Nth.
 bool Hit(const char* name) {
   unsigned long long n = g_count.fetch_add(1) + 1;
-  if (n != g_spec.at) return false;
-  SLOG_WARN("fault injected at %s (#%llu): %s", name, n, ActionName(g_spec.action));
-  if (g_spec.action == Action::kKill) kill(getpid(), SIGKILL);
+  if (n != g_plan.at) return false;
+  SLOG_WARN("fault injected at %s (#%llu): %s", name, n, ActionName(g_plan.action));
+  if (g_plan.action == Action::kKill) kill(getpid(), SIGKILL);
   return true;
 }
 
 }  // namespace
 
-Status Configure(const char* spec) {
-  g_spec = Spec();
-  if (!spec || !*spec) return Status::OK();
-  std::string rest = spec;
-  Spec s;
+Status Configure(const char* setting) {
+  g_plan = Plan();
+  if (!setting || !*setting) return Status::OK();
+  std::string rest = setting;
+  Plan s;
   while (!rest.empty()) {
     size_t comma = rest.find(',');
     std::string item = rest.substr(0, comma);
@@ -75,19 +75,19 @@ Status Configure(const char* spec) {
   }
   if (s.at == 0 || s.action == Action::kNone)
     return Status(kErrInvalidArgument, "ORVEL_FAULT needs at=N and action=eio|enospc|kill");
-  g_spec = s;
+  g_plan = s;
   return Status::OK();
 }
 
 void Arm() {
-  if (g_spec.action == Action::kNone) return;
+  if (g_plan.action == Action::kNone) return;
   g_count = 0;
   g_armed = true;
 }
 
 int CheckSlow(const char* step) {
   if (!Matches(step, false) || !Hit(step)) return 0;
-  return g_spec.action == Action::kEnospc ? ENOSPC : EIO;
+  return g_plan.action == Action::kEnospc ? ENOSPC : EIO;
 }
 
 void PointSlow(const char* name) {

@@ -27,9 +27,9 @@ namespace orvel::syncd::fault {
 
 extern std::atomic<bool> g_armed;
 
-// Parses the spec (nullptr or "" leaves the seam off). kErrInvalidArgument
-// for a malformed spec.
-Status Configure(const char* spec);
+// Parses the setting (nullptr or "" leaves the seam off). kErrInvalidArgument
+// for a malformed setting.
+Status Configure(const char* setting);
 // Starts counting (no effect when not configured).
 void Arm();
 
