@@ -86,7 +86,11 @@ TEST_F(IntentTest, StartUpTakesBackWhatADeadWriteLeft) {
   Write(layout_.tmp + "/.syncd-copy-x", "new");
   ASSERT_EQ(mkdir(Home("dir").c_str(), 0750), 0);
   {
-    auto* intent = new RenameIntent(layout_, store_.get());  // dies with the daemon
+    // Never destroyed, as if the daemon died; held by a static so that the
+    // leak checker sees it as still reachable.
+    static RenameIntent* dead = nullptr;
+    dead = new RenameIntent(layout_, store_.get());
+    RenameIntent* intent = dead;
     intent->Add(Home("dir"), layout_.recycle + "/id1");
     intent->Add(layout_.tmp + "/.syncd-copy-x", Home("doc.txt"), true);
     ASSERT_TRUE(intent->Record().ok());

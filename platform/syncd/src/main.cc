@@ -142,6 +142,11 @@ int Main(int argc, char** argv) {
     st = RecoverIntents(d->layout, store.get());
     if (!st.ok()) SLOG_ERROR("recovering interrupted writes: %s", st.ToString().c_str());
   }
+  // Unfinished thumbnails go before the socket opens: the cache is the
+  // daemon's own and small, and nothing may find a half-written one.
+  int unfinished = 0;
+  RemoveStaleThumbTemps(d->layout.thumbs, &unfinished);
+  if (unfinished) SLOG_INFO("removed %d unfinished thumbnails", unfinished);
   // Listen first: clients that connect during reconciliation wait in the
   // backlog and are served once it is done.
   Server server(d.get());
@@ -153,8 +158,6 @@ int Main(int argc, char** argv) {
   int removed = 0;
   CleanTmp(*d, 24 * 3600, &removed);
   if (removed) SLOG_INFO("removed %d temp entries older than a day", removed);
-  RemoveStaleThumbTemps(d->layout.thumbs, &removed);
-  if (removed) SLOG_INFO("removed %d unfinished thumbnails", removed);
   ReconcileStats rs;
   st = ReconcileAll(*d, &rs);
   if (!st.ok()) SLOG_ERROR("reconcile: %s", st.ToString().c_str());
