@@ -28,6 +28,7 @@ CONF
 fi
 
 ln -sfn "$build/server/ui-web/libZemoraOrvelFiles.so" "$root/usr/lib/zemo/webapi/libZemoraOrvelFiles.so"
+ln -sfn "$build/server/ui-web/libZemoraOrvelClient.so" "$root/usr/lib/zemo/webapi/libZemoraOrvelClient.so"
 if [ -x "$build/platform/archiver/zip" ]; then
   ln -sfn "$build/platform/archiver/zip" "$root/usr/bin/zip"
 fi

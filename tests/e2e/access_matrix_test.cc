@@ -12,7 +12,7 @@
 #include <sstream>
 
 #include "../integration/transfer_test_util.h"
-#include "access_http.h"
+#include "http_client.h"
 #include "access_matrix.h"
 #include "access_snapshot.h"
 #include "nimbard/platform.h"

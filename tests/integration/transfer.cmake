@@ -9,7 +9,7 @@ add_dependencies(transfer_tasks_test orvel-syncd orvelctl)
 
 orvel_add_test(transfer_module_test integration/transfer_module_test.cc)
 target_link_libraries(transfer_module_test PRIVATE orvel_test_support)
-add_dependencies(transfer_module_test entry.cgi orvel-syncd orvel_files_module orvelctl orvel_zip)
+add_dependencies(transfer_module_test entry.cgi orvel-syncd orvel_files_module orvel_client_module orvelctl orvel_zip)
 
 orvel_add_test(transfer_archiver_test integration/transfer_archiver_test.cc)
 target_link_libraries(transfer_archiver_test PRIVATE nimbard)

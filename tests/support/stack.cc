@@ -161,6 +161,9 @@ std::string SyncdPath() { return std::string(ORVEL_BUILD_DIR) + "/platform/syncd
 std::string ModulePath() {
   return std::string(ORVEL_BUILD_DIR) + "/server/ui-web/libZemoraOrvelFiles.so";
 }
+std::string ClientModulePath() {
+  return std::string(ORVEL_BUILD_DIR) + "/server/ui-web/libZemoraOrvelClient.so";
+}
 std::string OrvelctlPath() { return std::string(ORVEL_BUILD_DIR) + "/tools/orvelctl/orvelctl"; }
 
 Json::Value CgiResult::Json() const {
@@ -210,6 +213,8 @@ std::unique_ptr<TestStack> TestStack::Start() {
     std::ofstream(target + "/etc/orvel.conf") << JsonText(conf);
   }
   ::symlink(ModulePath().c_str(), (stack->root_ + "/usr/lib/zemo/webapi/libZemoraOrvelFiles.so").c_str());
+  ::symlink(ClientModulePath().c_str(),
+            (stack->root_ + "/usr/lib/zemo/webapi/libZemoraOrvelClient.so").c_str());
   const std::string archiver = std::string(ORVEL_BUILD_DIR) + "/platform/archiver/zip";
   if (::access(archiver.c_str(), X_OK) == 0) {
     ::symlink(archiver.c_str(), (stack->root_ + "/usr/bin/zip").c_str());
@@ -377,8 +382,23 @@ CgiResult TestStack::Cgi(const CgiRequest& request) const {
 
 CgiResult TestStack::CallRaw(const std::string& user, const std::string& method,
                              const Json::Value& params, unsigned version) const {
+  return CallApiRaw(user, "ZEMO.ZemoraOrvel.Files", method, params, version);
+}
+
+Json::Value TestStack::CallApi(const std::string& user, const std::string& api,
+                               const std::string& method, const Json::Value& params,
+                               unsigned version) const {
+  CgiResult r = CallApiRaw(user, api, method, params, version);
+  Json::Value v = r.Json();
+  if (v.isNull()) ADD_FAILURE() << "not JSON: " << r.headers << "\n\n" << r.body << "\n" << r.err;
+  return v;
+}
+
+CgiResult TestStack::CallApiRaw(const std::string& user, const std::string& api,
+                                const std::string& method, const Json::Value& params,
+                                unsigned version) const {
   CgiRequest req;
-  req.params = {{"api", "ZEMO.ZemoraOrvel.Files"},
+  req.params = {{"api", api},
                 {"method", method},
                 {"version", std::to_string(version)}};
   for (const auto& name : params.getMemberNames()) {

@@ -35,6 +35,7 @@ int FreePort();
 std::string EntryCgiPath();
 std::string SyncdPath();
 std::string ModulePath();
+std::string ClientModulePath();
 std::string OrvelctlPath();
 
 struct CgiResult {
@@ -88,6 +89,14 @@ class TestStack {
   CgiResult CallRaw(const std::string& user, const std::string& method,
                     const Json::Value& params = Json::Value(Json::objectValue),
                     unsigned version = 1) const;
+
+  // The same for any API served by entry.cgi (the client APIs, say).
+  Json::Value CallApi(const std::string& user, const std::string& api, const std::string& method,
+                      const Json::Value& params = Json::Value(Json::objectValue),
+                      unsigned version = 1) const;
+  CgiResult CallApiRaw(const std::string& user, const std::string& api, const std::string& method,
+                       const Json::Value& params = Json::Value(Json::objectValue),
+                       unsigned version = 1) const;
 
   // Runs orvelctl with the stack's ZEMO_ROOT; returns the exit code and
   // fills *out with stdout+stderr.

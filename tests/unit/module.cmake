@@ -6,4 +6,4 @@ orvel_add_test(module_unit_test
   unit/module_bridge_test.cc
   unit/module_pipeline_test.cc
   unit/module_handlers_test.cc)
-target_link_libraries(module_unit_test PRIVATE orvel_module_core zemowebapi nimbard)
+target_link_libraries(module_unit_test PRIVATE orvel_bridge_core orvel_module_core zemowebapi nimbard)

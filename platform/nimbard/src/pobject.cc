@@ -174,6 +174,8 @@ Json::Value ToJson(const PObject& v) {
 }
 }  // namespace
 
+Json::Value PObject::toJson() const { return ToJson(*this); }
+
 std::string PObject::toJsonString() const {
   Json::StreamWriterBuilder b;
   b["indentation"] = "";

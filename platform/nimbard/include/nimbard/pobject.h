@@ -13,6 +13,10 @@
 #include <string>
 #include <vector>
 
+namespace Json {
+class Value;
+}  // namespace Json
+
 class PObject {
  public:
   enum class Type { kNull, kBool, kInt, kUInt, kDouble, kString, kArray, kMap };
@@ -72,6 +76,8 @@ class PObject {
 
   // JSON text of the value (maps as objects, keys sorted).
   std::string toJsonString() const;
+  // The same value as a jsoncpp tree (needs <json/json.h> to be used).
+  Json::Value toJson() const;
 
   bool operator==(const PObject& o) const;
   bool operator!=(const PObject& o) const { return !(*this == o); }

@@ -29,6 +29,12 @@ constexpr ReadMethod kReadMethods[] = {
     {"ZEMO.ZemoraOrvel.Files", "get"},
     {"ZEMO.ZemoraOrvel.Files", "get_thumbnail"},
     {"ZEMO.ZemoraOrvel.Files", "download"},
+    {"ZEMO.ZemoraOrvel.Task", "list"},
+    {"ZEMO.ZemoraOrvel.Task", "get"},
+    {"ZEMO.ZemoraOrvel.Recycle", "list"},
+    {"ZEMO.ZemoraOrvel.Revision", "list"},
+    {"ZEMO.ZemoraOrvel.Revision", "download"},
+    {"ZEMO.ZemoraOrvel.Sharing", "list"},
 };
 
 }  // namespace

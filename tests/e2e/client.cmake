@@ -1,0 +1,9 @@
+# The client APIs (Task, Recycle, Revision, Sharing) over HTTP through
+# lighttpd against the whole stack; one executable per API.
+function(orvel_add_client_test name)
+  orvel_add_test(${name} ${ARGN})
+  target_link_libraries(${name} PRIVATE orvel_test_support)
+  add_dependencies(${name} entry.cgi orvel-syncd orvel_files_module orvel_client_module orvelctl orvel_zip)
+endfunction()
+
+orvel_add_client_test(e2e_client_api_test e2e/client_api_test.cc)
