@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <vector>
 #include <ctime>
 
 #include "db/recycle_store.h"
@@ -322,6 +323,12 @@ Status DeleteItem(Daemon& d, Store* store, const Resolved& src, bool permanent,
   RenameIntent intent(d.layout, store);
   if (!gone) {
     intent.Add(from.dir.get(), from.name, to_dir, to);
+    // Items deleted earlier from below a folder deleted for good lie in the
+    // bin on their own: their content goes with the folder's into the trash.
+    std::vector<std::string> below;
+    if (permanent && src.node.is_dir()) ORVEL_RETURN_IF_ERROR(store->recycle()->TopsBelow(src.node.file_id, &below));
+    for (const std::string& id : below)
+      intent.Add(d.layout.recycle + "/" + id, d.layout.tmp + "/" + trash_name + "/@recycled-" + id);
     ORVEL_RETURN_IF_ERROR(intent.Record());
     ORVEL_RETURN_IF_ERROR(intent.Apply());
   }
