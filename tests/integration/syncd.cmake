@@ -18,3 +18,11 @@ target_compile_definitions(syncd_crash_walk_test PRIVATE
   ORVEL_SYNCD_PATH="$<TARGET_FILE:orvel-syncd>"
   ORVEL_ORVELCTL_PATH="$<TARGET_FILE:orvelctl>")
 add_dependencies(syncd_crash_walk_test orvel-syncd)
+
+# The recycle bin's purge and permanent deletes against the real daemon.
+orvel_add_test(syncd_recycle_test integration/syncd_recycle_test.cc)
+target_link_libraries(syncd_recycle_test PRIVATE nimbard PkgConfig::SODIUM PkgConfig::SQLITE3)
+target_compile_definitions(syncd_recycle_test PRIVATE
+  ORVEL_SYNCD_PATH="$<TARGET_FILE:orvel-syncd>"
+  ORVEL_ORVELCTL_PATH="$<TARGET_FILE:orvelctl>")
+add_dependencies(syncd_recycle_test orvel-syncd)

@@ -202,6 +202,11 @@ class CrashWalkTest : public SyncdTest,
       rows_[r.id] = r;
     }
     sqlite3_finalize(st);
+    recycled_.clear();
+    ASSERT_EQ(sqlite3_prepare_v2(db, "SELECT file_id FROM recycle", -1, &st, nullptr), SQLITE_OK);
+    while (sqlite3_step(st) == SQLITE_ROW)
+      recycled_.insert(reinterpret_cast<const char*>(sqlite3_column_text(st, 0)));
+    sqlite3_finalize(st);
     sqlite3_close(db);
   }
 
@@ -246,12 +251,14 @@ class CrashWalkTest : public SyncdTest,
       }
     }
     EXPECT_EQ(disk, db) << "the tree and the database disagree";
+    // The bin's records name exactly the removed tops, each on its own in @recycle.
     std::set<std::string> bin;
     for (const auto& [id, r] : rows_) {
       auto parent = rows_.find(r.parent);
-      bool top = r.removed && (parent == rows_.end() || !parent->second.removed);
+      bool top = r.removed && (parent == rows_.end() || !parent->second.removed || recycled_.count(id));
       if (top) bin.insert(id);
     }
+    EXPECT_EQ(recycled_, bin) << "the recycle records and the removed rows disagree";
     std::set<std::string> recycled, leftovers;
     for (const std::string& name : List(Data() + "/@recycle")) recycled.insert(name);
     EXPECT_EQ(recycled, bin) << "the recycle bin and its rows disagree";
@@ -291,6 +298,7 @@ class CrashWalkTest : public SyncdTest,
 
   std::map<std::string, std::string> ids_;  // fixture path -> file id
   std::map<std::string, Row> rows_;
+  std::set<std::string> recycled_;  // file ids of the recycle table
   std::string task_id_;
 };
 
@@ -381,6 +389,28 @@ const Op kOps[] = {
        EXPECT_TRUE(!t->PathOf(a_id).empty() || t->InBin(a_id) || t->Purged(a_id));
        EXPECT_TRUE((!t->PathOf(sub).empty() && !t->PathOf(t->Id("/mydrive/src/sub/b.txt")).empty()) || t->Purged(sub));
      }},
+    {"restore",
+     [](CrashWalkTest* t, Acks* a) {
+       // sub goes to the bin, then its folder: restoring sub makes src again.
+       if (!t->DoTask(a, "delete", TaskHelpers::DeleteArgs({"/mydrive/src/sub"}, false))) return;
+       if (!t->DoTask(a, "delete", TaskHelpers::DeleteArgs({"/mydrive/src"}, false))) return;
+       PObject args = PObject::MakeMap();
+       args["files"] = TaskHelpers::Strings({"id:" + t->Id("/mydrive/src/sub")});
+       t->Do(a, "recycle_restore", args);
+     },
+     [](CrashWalkTest* t, const Acks& a) {
+       t->ExpectKept({"/mydrive/src", "/mydrive/src/a.txt", "/mydrive/src/sub", "/mydrive/src/sub/b.txt"});
+       const std::string sub = t->Id("/mydrive/src/sub"), b = t->Id("/mydrive/src/sub/b.txt");
+       const std::string src = t->Id("/mydrive/src");
+       EXPECT_TRUE(t->InBin(sub) || t->PathOf(sub) == "/mydrive/src/sub") << t->PathOf(sub);
+       EXPECT_EQ(t->InBin(sub), t->PathOf(b).empty()) << "b.txt follows its folder";
+       EXPECT_TRUE(t->InBin(src) || t->PathOf(src) == "/mydrive/src");
+       if (a.calls.size() == 3 && a.calls[2]) {
+         EXPECT_EQ(t->PathOf(sub), "/mydrive/src/sub");
+         EXPECT_EQ(t->PathOf(b), "/mydrive/src/sub/b.txt");
+         EXPECT_TRUE(t->InBin(src));
+       }
+     }},
     {"update",
      [](CrashWalkTest* t, Acks* a) {
        PObject args = PObject::MakeMap();
@@ -431,7 +461,7 @@ TEST_P(CrashWalkTest, EveryStepLeavesAConsistentTree) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Ops, CrashWalkTest,
-                         ::testing::Combine(::testing::Range(0, 5), ::testing::Values("eio", "enospc", "kill")),
+                         ::testing::Combine(::testing::Range(0, 6), ::testing::Values("eio", "enospc", "kill")),
                          [](const ::testing::TestParamInfo<std::tuple<int, const char*>>& info) {
                            return std::string(kOps[std::get<0>(info.param)].name) + "_" + std::get<1>(info.param);
                          });

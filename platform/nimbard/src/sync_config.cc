@@ -3,6 +3,7 @@
 
 #include <json/json.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
@@ -64,6 +65,7 @@ int SyncConfigMgr::Init() {
   max_ = static_cast<unsigned>(UIntKey(root, "session_max_seconds", 604800));
   workers_ = static_cast<unsigned>(UIntKey(root, "worker_threads", 2));
   office_converter_ = StringKey(root, "office_converter", "soffice");
+  recycle_keep_days_ = static_cast<unsigned>(std::min<uint64_t>(UIntKey(root, "recycle_keep_days", 30), 100000));
   throttle_clock_ = root["throttle_clock"].isInt64() ? root["throttle_clock"].asInt64() : 0;
   decode_max_input_ = LimitKey(root, "decode_max_input_bytes", 256ull << 20);
   decode_max_pixels_ = LimitKey(root, "decode_max_pixels", 1ull << 28);
@@ -99,6 +101,7 @@ unsigned SyncConfigMgr::GetSessionIdleSeconds() const { return idle_; }
 unsigned SyncConfigMgr::GetSessionMaxSeconds() const { return max_; }
 unsigned SyncConfigMgr::GetWorkerThreads() const { return workers_; }
 std::string SyncConfigMgr::GetOfficeConverter() const { return office_converter_; }
+unsigned SyncConfigMgr::GetRecycleKeepDays() const { return recycle_keep_days_; }
 int64_t SyncConfigMgr::ThrottleNow() const {
   return throttle_clock_ > 0 ? throttle_clock_ : static_cast<int64_t>(std::time(nullptr));
 }

@@ -8,6 +8,7 @@
 #include "nimbard/wire.h"
 #include "ops.h"
 #include "ops_browse.h"
+#include "ops_recycle.h"
 #include "ops_transfer.h"
 
 namespace orvel::syncd {
@@ -129,6 +130,10 @@ const std::vector<OpSpec>& OpTable() {
       {"admin_task_list", OpAdminTaskList, kOpAdmin},
       {"admin_task_show", OpAdminTaskShow, kOpAdmin},
       {"admin_task_cancel", OpAdminTaskCancel, kOpAdmin},
+      {"recycle_list", OpRecycleList, kOpCaller | kOpEnabled | kOpStore},
+      {"recycle_restore", OpRecycleRestore, kOpCaller | kOpEnabled | kOpWrite | kOpStore},
+      {"recycle_delete", OpRecycleDelete, kOpCaller | kOpEnabled | kOpWrite | kOpStore},
+      {"recycle_empty", OpRecycleEmpty, kOpCaller | kOpEnabled | kOpWrite | kOpStore},
   };
   return kOps;
 }

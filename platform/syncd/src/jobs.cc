@@ -9,6 +9,7 @@
 #include "daemon.h"
 #include "log.h"
 #include "paths.h"
+#include "recycle.h"
 #include "reconcile.h"
 
 namespace orvel::syncd {
@@ -16,6 +17,7 @@ namespace {
 
 constexpr int64_t kTmpMaxAge = 24 * 3600;
 constexpr int64_t kTmpCleanEvery = 6 * 3600;
+constexpr int64_t kRecyclePurgeEvery = 3600;
 
 std::string RealPath(const std::string& p) {
   char buf[PATH_MAX];
@@ -102,10 +104,14 @@ int JobRunner::RunDue() {
 }
 
 void JobRunner::Loop() {
-  int64_t last_clean = time(nullptr);
+  int64_t last_clean = time(nullptr), last_purge = last_clean;
   for (;;) {
     RunDue();
     int64_t now = time(nullptr);
+    if (now - last_purge >= kRecyclePurgeEvery) {
+      PurgeExpired(*d_);
+      last_purge = now;
+    }
     if (now - last_clean >= kTmpCleanEvery) {
       int removed = 0;
       CleanTmp(*d_, kTmpMaxAge, &removed);

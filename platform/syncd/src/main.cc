@@ -2,7 +2,7 @@
 // (under ZEMO_ROOT), creates the data folder layout, takes the pid-file
 // lock, migrates the database, takes back writes that died before their
 // commit, cleans old temp files and unfinished thumbnails, reconciles tree
-// and database, then serves the unix socket until SIGTERM or SIGINT.
+// and database, deletes for good what the recycle bin kept too long, then serves the unix socket until SIGTERM or SIGINT.
 //
 // Threads: main (accept loop), one per connection, the job runner, and a
 // signal thread that turns SIGTERM/SIGINT into Server::RequestStop().
@@ -23,6 +23,7 @@
 #include "daemon.h"
 #include "fault.h"
 #include "intent.h"
+#include "recycle.h"
 #include "jobs.h"
 #include "log.h"
 #include "nimbard/sync_config.h"
@@ -164,6 +165,9 @@ int Main(int argc, char** argv) {
   SLOG_INFO("reconciled %llu folders: %llu added, %llu updated, %llu revived, %llu vanished, %llu skipped",
             (unsigned long long)rs.folders, (unsigned long long)rs.added, (unsigned long long)rs.updated,
             (unsigned long long)rs.revived, (unsigned long long)rs.vanished, (unsigned long long)rs.skipped);
+  // Items kept in the recycle bin longer than recycle_keep_days go for good
+  // before the first request is served (then hourly, in the job worker).
+  PurgeExpired(*d);
 
   // Signals: blocked in every thread, taken by one waiter.
   sigset_t set;

@@ -11,6 +11,7 @@
 #include <mutex>
 #include <set>
 
+#include "db/recycle_store.h"
 #include "dispatch.h"
 #include "item.h"
 #include "jobs.h"
@@ -145,16 +146,18 @@ Status RunDelete(TaskContext& ctx) {
       if (st.code() == kErrInRecycleBin && permanent) {
         st = store->GetById(ids[i], &src.node);  // the top of a removed subtree
         Node parent;
+        RecycleEntry top;  // a top of its own below a removed folder may go for good
         if (st.ok() && src.node.owner != ctx.caller.user.name)
           st = Status(kErrPermission, "permission denied: id:" + ids[i]);
-        else if (st.ok() && store->GetById(src.node.parent_id, &parent).ok() && parent.removed)
+        else if (st.ok() && store->GetById(src.node.parent_id, &parent).ok() && parent.removed &&
+                 !store->recycle()->Get(ids[i], &top).ok())
           st = Status(kErrInRecycleBin, "item is inside a removed folder: id:" + ids[i]);
       }
       ORVEL_RETURN_IF_ERROR(st);
       view = src.node.removed ? "id:" + ids[i] : src.ViewPath();
       // Another user's delete goes to the owner's recycle bin, never for good.
       for_good = permanent && src.node.owner == ctx.caller.user.name;
-      ORVEL_RETURN_IF_ERROR(DeleteItem(*ctx.d, store.get(), src, for_good, trash));
+      ORVEL_RETURN_IF_ERROR(DeleteItem(*ctx.d, store.get(), src, for_good, trash, ctx.caller.user.name));
     }
     // Links that downloads made of what is deleted for good go too.
     const std::string trash_path = ctx.d->layout.tmp + "/" + trash;

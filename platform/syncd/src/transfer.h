@@ -87,6 +87,13 @@ Status FlushFileSystem(int fd, const std::string& path);
 // none is, or when real touches the data folder.
 Status ServerShareOf(const Daemon& d, const std::string& user, const std::string& real, std::string* root);
 
+// The name to use in the folder dest (open as dest_dir) for `name` under
+// policy p: sets *existing when the name is taken by an indexed item and the
+// policy is to act on it; *skip for "skip". "stop" answers kErrNameExists.
+Status ChooseName(Store* store, const Resolved& dest, int dest_dir, const std::string& name,
+                  bool is_dir, const std::string& p, std::string* chosen, Node* existing,
+                  bool* has_existing, bool* skip);
+
 struct PlaceOutcome {
   bool skipped = false;  // "skip" kept the existing item
   Node node;             // the item now at the destination
@@ -110,8 +117,10 @@ Status MoveItem(Daemon& d, Store* store, const Resolved& src, const Resolved& de
 // the content goes to @recycle/<file_id>) or for good (content renamed to
 // the @tmp entry trash_name, then removed after the commit). A removed item
 // (top of its subtree) can be deleted for good. A link is moved as the link.
+// Into the bin, the same commit records the removal (db/recycle_store.h):
+// now, removed_by, the folder and path it came from.
 Status DeleteItem(Daemon& d, Store* store, const Resolved& src, bool permanent,
-                  const std::string& trash_name);
+                  const std::string& trash_name, const std::string& removed_by);
 
 // True when `inner` is `outer` or lies below it (both in the same space).
 bool IsSameOrBelow(const Resolved& inner, const Resolved& outer);

@@ -11,8 +11,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <vector>
 #include <ctime>
 
+#include "db/recycle_store.h"
 #include "fault.h"
 #include "intent.h"
 #include "log.h"
@@ -51,9 +53,8 @@ bool OnDisk(int dir, const std::string& name) {
   return !StatAt(dir, name, name, &st, &exists).ok() || exists;
 }
 
-// The name to use in dest for `name` under policy p: sets *existing when
-// the name is taken by an indexed item and the policy is to act on it.
-// *skip for "skip".
+}  // namespace
+
 Status ChooseName(Store* store, const Resolved& dest, int dest_dir, const std::string& name,
                   bool is_dir, const std::string& p, std::string* chosen, Node* existing,
                   bool* has_existing, bool* skip) {
@@ -88,6 +89,8 @@ Status ChooseName(Store* store, const Resolved& dest, int dest_dir, const std::s
   *has_existing = true;
   return Status::OK();
 }
+
+namespace {
 
 Status InsertRows(Store* store, StagedNode& item, uint64_t seq) {
   item.row.sync_id = item.row.max_id = seq;
@@ -298,7 +301,7 @@ Status MarkRemoved(Store* store, Node node, int64_t now) {
 }  // namespace
 
 Status DeleteItem(Daemon& d, Store* store, const Resolved& src, bool permanent,
-                  const std::string& trash_name) {
+                  const std::string& trash_name, const std::string& removed_by) {
   if (src.node.parent_id.empty()) return Status(kErrInvalidArgument, "cannot delete /mydrive itself");
   const bool in_bin = src.node.removed;
   if (in_bin && !permanent) return Status::OK();  // already there
@@ -320,6 +323,12 @@ Status DeleteItem(Daemon& d, Store* store, const Resolved& src, bool permanent,
   RenameIntent intent(d.layout, store);
   if (!gone) {
     intent.Add(from.dir.get(), from.name, to_dir, to);
+    // Items deleted earlier from below a folder deleted for good lie in the
+    // bin on their own: their content goes with the folder's into the trash.
+    std::vector<std::string> below;
+    if (permanent && src.node.is_dir()) ORVEL_RETURN_IF_ERROR(store->recycle()->TopsBelow(src.node.file_id, &below));
+    for (const std::string& id : below)
+      intent.Add(d.layout.recycle + "/" + id, d.layout.tmp + "/" + trash_name + "/@recycled-" + id);
     ORVEL_RETURN_IF_ERROR(intent.Record());
     ORVEL_RETURN_IF_ERROR(intent.Apply());
   }
@@ -329,6 +338,9 @@ Status DeleteItem(Daemon& d, Store* store, const Resolved& src, bool permanent,
   uint64_t seq = 0;
   if (st.ok()) st = store->NextChange(&seq);
   if (st.ok()) st = permanent ? store->Purge(src.node.file_id) : MarkRemoved(store, src.node, now);
+  if (st.ok() && !permanent)
+    st = store->recycle()->Add(RecycleEntry{src.node.file_id, src.node.owner, now, removed_by,
+                                            src.node.parent_id, MyDrivePath(src.components)});
   if (st.ok()) st = store->TouchAncestors(src.node.parent_id, seq);
   if (st.ok()) st = intent.Drop();
   if (st.ok()) st = tx.Commit();

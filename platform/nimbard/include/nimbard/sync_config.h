@@ -37,6 +37,7 @@ class SyncConfigMgr {
   unsigned GetSessionMaxSeconds() const;      // 604800
   unsigned GetWorkerThreads() const;          // 2
   std::string GetOfficeConverter() const;     // "soffice" (looked up in PATH) or an absolute path
+  unsigned GetRecycleKeepDays() const;        // 30: removed items older than this go for good; 0 = never
   // The time the login and sharing-link throttles go by: the system clock,
   // or the fixed Unix time of the key "throttle_clock" (tests set it).
   int64_t ThrottleNow() const;
@@ -65,6 +66,7 @@ class SyncConfigMgr {
   uint64_t decode_max_input_ = 256ull << 20, decode_max_pixels_ = 1ull << 28;
   uint64_t render_memory_ = 1ull << 30, convert_memory_ = 4ull << 30;
   unsigned render_seconds_ = 30, convert_seconds_ = 300;
+  unsigned recycle_keep_days_ = 30;
 };
 
 // Reads the configuration into *conf; 0 or -1 as SyncConfigMgr::Init.

@@ -115,13 +115,37 @@ CREATE TABLE intents (
 );
 )SQL";
 
+// The recycle bin's records (db/recycle_store.h): one per top of what a
+// delete moved into the bin, gone with its node when the node is purged.
+// Tops removed before this version get a record without a path (restored
+// into their folder when it is live, else into /mydrive).
+const char kV23[] = R"SQL(
+CREATE TABLE recycle (
+  file_id TEXT PRIMARY KEY,
+  owner TEXT NOT NULL,
+  removed_time INTEGER NOT NULL,
+  removed_by TEXT NOT NULL,
+  parent_id TEXT NOT NULL,
+  original_path TEXT NOT NULL
+);
+CREATE INDEX recycle_owner ON recycle(owner, removed_time);
+CREATE INDEX recycle_time ON recycle(removed_time);
+CREATE TRIGGER recycle_on_purge AFTER DELETE ON nodes BEGIN
+  DELETE FROM recycle WHERE file_id = OLD.file_id;
+END;
+INSERT INTO recycle (file_id, owner, removed_time, removed_by, parent_id, original_path)
+  SELECT n.file_id, n.owner, n.change_time, n.owner, n.parent_id, '' FROM nodes n
+  WHERE n.removed = 1 AND NOT EXISTS
+    (SELECT 1 FROM nodes p WHERE p.file_id = n.parent_id AND p.removed = 1);
+)SQL";
+
 }  // namespace
 
 const std::vector<Migration>& SqliteMigrations() {
   static const std::vector<Migration> kAll = {{1, kV1}, {2, kV2}, {3, kV3},
                                               {10, kBrowseSchemaV10}, {11, kBrowseSchemaV11},
                                               {20, kTasksMigrationSql}, {21, kBrowseSchemaV21},
-                                              {22, kV22}};
+                                              {22, kV22}, {23, kV23}};
   return kAll;
 }
 

@@ -11,6 +11,7 @@
 #include "db/browse_store.h"
 #include "db/list_sql.h"
 #include "db/page_cursors.h"
+#include "db/recycle_store.h"
 #include "db/schema.h"
 #include "db/sqlite_rows.h"
 #include "db/store.h"
@@ -47,6 +48,7 @@ class SqliteStore : public Store {
   SqliteStore(sqlite3* db, PageCursors* cursors) : db_(db), cursors_(cursors) {}
   ~SqliteStore() override {
     browse_.reset();  // its statements belong to db_
+    recycle_.reset();
     for (auto& kv : cache_) sqlite3_finalize(kv.second);
     sqlite3_close(db_);
   }
@@ -404,10 +406,15 @@ class SqliteStore : public Store {
     if (!browse_) browse_ = NewSqliteBrowseStore(db_);
     return browse_.get();
   }
+  RecycleStore* recycle() override {
+    if (!recycle_) recycle_ = NewSqliteRecycleStore(db_);
+    return recycle_.get();
+  }
 
   sqlite3* db_;
   PageCursors* cursors_;  // shared by every connection to this database
   std::unique_ptr<BrowseStore> browse_;
+  std::unique_ptr<RecycleStore> recycle_;
   std::unordered_map<std::string, sqlite3_stmt*> cache_;
 };
 

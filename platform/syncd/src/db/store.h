@@ -82,7 +82,8 @@ struct StoreStats {
   uint64_t revisions = 0, unlink_jobs = 0, schema_version = 0, max_id = 0;
 };
 
-class BrowseStore;  // db/browse_store.h
+class BrowseStore;   // db/browse_store.h
+class RecycleStore;  // db/recycle_store.h
 
 class Store {
  public:
@@ -145,6 +146,8 @@ class Store {
   // Stars, labels, sharing, recent items, backups, access requests and the
   // search index, on this same connection (and so inside its transactions).
   virtual BrowseStore* browse() = 0;
+  // The recycle bin's records, on this same connection.
+  virtual RecycleStore* recycle() = 0;
 };
 
 // A transaction as a scope guard: rolls back unless Commit() succeeded.
