@@ -30,6 +30,8 @@ Role ShareRole(Who who) {
 bool ReadWithLinks(Who w, Via v) { return EffectiveRole(w, v, true) >= Role::kViewer; }
 bool WriteWithLinks(Who w, Via v) { return EffectiveRole(w, v, true) >= Role::kEditor; }
 bool ReadShared(Who w, Via v) { return EffectiveRole(w, v, false) >= Role::kViewer; }
+// Downloads: a link counts for a visitor (no account), never for an account.
+bool ReadVisitorsToo(Who w, Via v) { return EffectiveRole(w, v, !HasAccount(w)) >= Role::kViewer; }
 bool WriteShared(Who w, Via v) { return EffectiveRole(w, v, false) >= Role::kEditor; }
 bool OwnSpace(Who w, Via v) { return EffectiveRole(w, v, false) == Role::kOwner; }
 // create and upload name the new item by its path in the caller's own space.
@@ -63,8 +65,10 @@ const std::vector<Row> kRows = {
      [](const Cell& c, Request* r) {
        Files(r, "search", {{"keyword", "doc"}, {"location", "custom"}, {"custom_location", c.Item("")}});
      }},
-    {"download", Group::kRead, true, ReadShared,
+    {"download", Group::kRead, true, ReadVisitorsToo,
      [](const Cell& c, Request* r) { Files(r, "download", {{"files", JsonList({c.Item("doc.txt")})}}); }},
+    {"download folder", Group::kRead, true, ReadVisitorsToo,
+     [](const Cell& c, Request* r) { Files(r, "download", {{"files", JsonList({c.Item("Sub")})}}); }},
     // Marks and access requests.
     {"star", Group::kMarks, true, ReadShared,
      [](const Cell& c, Request* r) { Files(r, "star", {{"files", JsonList({c.Item("doc.txt")})}, {"starred", "true"}}); }},
