@@ -38,6 +38,7 @@ bool OwnSpace(Who w, Via v) { return EffectiveRole(w, v, false) == Role::kOwner;
 bool OwnPath(Who w, Via v) { return w == Who::kOwner && v == Via::kPath; }
 bool Accounts(Who w, Via) { return HasAccount(w); }
 bool OwnerAlone(Who w, Via) { return w == Who::kOwner; }
+bool ViewLinkVisitor(Who w, Via) { return w == Who::kVisitor; }
 bool Everyone(Who, Via) { return true; }
 bool Nobody(Who, Via) { return false; }
 // An access request names, by id, another user's item the caller cannot
@@ -150,6 +151,9 @@ const std::vector<Row> kRows = {
     // The zip of a folder download is its owner's alone.
     {"download task result", Group::kRead, false, OwnerAlone,
      [](const Cell& c, Request* r) { Files(r, "download", {{"task_id", c.fx.download_task}}); }},
+    // A visitor's zip is reached only with the token that staged it.
+    {"download visitor task", Group::kRead, false, ViewLinkVisitor,
+     [](const Cell& c, Request* r) { Files(r, "download", {{"task_id", c.fx.visitor_task}}); }},
     {"list_backup_tasks v3", Group::kMarks, false, Accounts,
      [](const Cell&, Request* r) { Files(r, "list_backup_tasks", {}, 3); }},
     // ZEMO.API.Auth: an account logs in as itself; nobody with a wrong password.

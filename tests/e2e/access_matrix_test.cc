@@ -197,6 +197,12 @@ class AccessMatrixTest : public ::testing::TestWithParam<matrix::Group>, public 
     }
     fx_.download_task = OwnerCall("download", {{"files", "[\"/mydrive/Shared/Sub\"]"}})["async_task_id"].asString();
     ASSERT_FALSE(fx_.download_task.empty());
+    // The viewer link's visitor stages Sub too; its task is no account's.
+    const FormFields visit = {{"api", "ZEMO.ZemoraOrvel.Files"}, {"method", "download"}, {"version", "1"},
+                              {"files", "[\"id:" + fx_.ids["Sub"] + "\"]"}, {"sharing_token", fx_.view_token}};
+    fx_.visitor_task = Envelope(HttpPostForm(port_, visit))["data"]["async_task_id"].asString();
+    ASSERT_FALSE(fx_.visitor_task.empty());
+    EXPECT_EQ(WaitTask("", fx_.visitor_task)["state"].asString(), "finished");
   }
 
   // Shared and what lies in it, its shares and its two links.
