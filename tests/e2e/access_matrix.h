@@ -43,6 +43,7 @@ struct Fixture {
   std::string private_id;                  // Private/secret.txt
   std::string import_dir;                  // a server folder every user may import from
   std::string download_task;               // the owner's finished download of Shared/Sub
+  std::string visitor_task;                // the same, staged by the viewer link's visitor
   std::map<Who, std::string> sid;          // sessions of the accounts
 };
 

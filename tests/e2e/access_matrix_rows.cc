@@ -30,12 +30,15 @@ Role ShareRole(Who who) {
 bool ReadWithLinks(Who w, Via v) { return EffectiveRole(w, v, true) >= Role::kViewer; }
 bool WriteWithLinks(Who w, Via v) { return EffectiveRole(w, v, true) >= Role::kEditor; }
 bool ReadShared(Who w, Via v) { return EffectiveRole(w, v, false) >= Role::kViewer; }
+// Downloads: a link counts for a visitor (no account), never for an account.
+bool ReadVisitorsToo(Who w, Via v) { return EffectiveRole(w, v, !HasAccount(w)) >= Role::kViewer; }
 bool WriteShared(Who w, Via v) { return EffectiveRole(w, v, false) >= Role::kEditor; }
 bool OwnSpace(Who w, Via v) { return EffectiveRole(w, v, false) == Role::kOwner; }
 // create and upload name the new item by its path in the caller's own space.
 bool OwnPath(Who w, Via v) { return w == Who::kOwner && v == Via::kPath; }
 bool Accounts(Who w, Via) { return HasAccount(w); }
 bool OwnerAlone(Who w, Via) { return w == Who::kOwner; }
+bool ViewLinkVisitor(Who w, Via) { return w == Who::kVisitor; }
 bool Everyone(Who, Via) { return true; }
 bool Nobody(Who, Via) { return false; }
 // An access request names, by id, another user's item the caller cannot
@@ -63,8 +66,10 @@ const std::vector<Row> kRows = {
      [](const Cell& c, Request* r) {
        Files(r, "search", {{"keyword", "doc"}, {"location", "custom"}, {"custom_location", c.Item("")}});
      }},
-    {"download", Group::kRead, true, ReadShared,
+    {"download", Group::kRead, true, ReadVisitorsToo,
      [](const Cell& c, Request* r) { Files(r, "download", {{"files", JsonList({c.Item("doc.txt")})}}); }},
+    {"download folder", Group::kRead, true, ReadVisitorsToo,
+     [](const Cell& c, Request* r) { Files(r, "download", {{"files", JsonList({c.Item("Sub")})}}); }},
     // Marks and access requests.
     {"star", Group::kMarks, true, ReadShared,
      [](const Cell& c, Request* r) { Files(r, "star", {{"files", JsonList({c.Item("doc.txt")})}, {"starred", "true"}}); }},
@@ -146,6 +151,9 @@ const std::vector<Row> kRows = {
     // The zip of a folder download is its owner's alone.
     {"download task result", Group::kRead, false, OwnerAlone,
      [](const Cell& c, Request* r) { Files(r, "download", {{"task_id", c.fx.download_task}}); }},
+    // A visitor's zip is reached only with the token that staged it.
+    {"download visitor task", Group::kRead, false, ViewLinkVisitor,
+     [](const Cell& c, Request* r) { Files(r, "download", {{"task_id", c.fx.visitor_task}}); }},
     {"list_backup_tasks v3", Group::kMarks, false, Accounts,
      [](const Cell&, Request* r) { Files(r, "list_backup_tasks", {}, 3); }},
     // ZEMO.API.Auth: an account logs in as itself; nobody with a wrong password.

@@ -156,6 +156,13 @@ class AccessMatrixTest : public ::testing::TestWithParam<matrix::Group>, public 
       o.ok = task["state"].asString() == "finished";
       o.code = static_cast<int>(task["error"]["code"].asInt64());
       o.text += "\ntask: " + task.toJsonString();
+    } else if (o.ok && v["data"].isMember("async_task_id")) {
+      // A visitor's staging task: fetching its zip waits for it to end.
+      FormFields fetch = {{"api", req.api}, {"method", "download"}, {"version", "1"},
+                          {"task_id", v["data"]["async_task_id"].asString()}, fields.back()};
+      const std::string zip = HttpPostForm(port_, fetch, "", "", source);
+      o.ok = HttpStatus(zip) == 200 && zip.find("X-ZEMO-WEBAPI-DOWNLOAD-ERROR-CODE") == std::string::npos;
+      o.text += "\nzip: " + std::to_string(zip.size()) + " bytes";
     }
     return o;
   }
@@ -190,6 +197,12 @@ class AccessMatrixTest : public ::testing::TestWithParam<matrix::Group>, public 
     }
     fx_.download_task = OwnerCall("download", {{"files", "[\"/mydrive/Shared/Sub\"]"}})["async_task_id"].asString();
     ASSERT_FALSE(fx_.download_task.empty());
+    // The viewer link's visitor stages Sub too; its task is no account's.
+    const FormFields visit = {{"api", "ZEMO.ZemoraOrvel.Files"}, {"method", "download"}, {"version", "1"},
+                              {"files", "[\"id:" + fx_.ids["Sub"] + "\"]"}, {"sharing_token", fx_.view_token}};
+    fx_.visitor_task = Envelope(HttpPostForm(port_, visit))["data"]["async_task_id"].asString();
+    ASSERT_FALSE(fx_.visitor_task.empty());
+    EXPECT_EQ(WaitTask("", fx_.visitor_task)["state"].asString(), "finished");
   }
 
   // Shared and what lies in it, its shares and its two links.

@@ -8,3 +8,5 @@ endfunction()
 
 orvel_add_client_test(e2e_client_api_test e2e/client_api_test.cc)
 orvel_add_client_test(e2e_client_recycle_test e2e/client_recycle_test.cc)
+orvel_add_client_test(e2e_client_visitor_test e2e/client_visitor_test.cc)
+target_link_libraries(e2e_client_visitor_test PRIVATE PkgConfig::SQLITE3)

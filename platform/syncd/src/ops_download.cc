@@ -10,6 +10,7 @@
 
 #include <cerrno>
 
+#include "access.h"
 #include "jobs.h"
 #include "log.h"
 #include "nimbard/utf8.h"
@@ -55,15 +56,25 @@ Status HandOver(Daemon& d, const Resolved& f, int dst_dir, const std::string& ds
   return Status::OK();
 }
 
+// Whose tasks the caller's are: the user's, or a visitor's link's.
+std::string CallerTaskOwner(const RequestContext& ctx) {
+  return IsVisitor(ctx) ? VisitorTaskOwner(ctx.sharing_token) : ctx.caller.user.name;
+}
+
 Status OwnTask(RequestContext& ctx, const PObject& args, TaskRunner** runner, TaskRow* row) {
   std::string id;
   ORVEL_RETURN_IF_ERROR(ArgString(args, "task_id", &id));
   *runner = ctx.d->tasks;
   if (!*runner) return Status(kErrBusy, "tasks are not available");
   if (id.empty()) return Status(kErrInvalidArgument, "no task_id given");
-  ORVEL_RETURN_IF_ERROR((*runner)->Get(id, row));
-  if (row->owner != ctx.caller.user.name) return Status(kErrTaskNotFound, "task not found: " + id);
-  return Status::OK();
+  if (IsVisitor(ctx)) {  // the link must still be valid, as for any visitor op
+    Access link;
+    ORVEL_RETURN_IF_ERROR(ResolveAccess(ctx, "/", &link));
+  }
+  Status st = (*runner)->Get(id, row);
+  if (st.code() == kErrTaskNotFound || (st.ok() && row->owner != CallerTaskOwner(ctx)))
+    return Status(kErrTaskNotFound, "task not found: " + id);
+  return st;
 }
 
 // The error a task ended with, as the op's answer.
@@ -86,8 +97,12 @@ Status OpDownload(RequestContext& ctx, const PObject& args, PObject* result) {
     PObject a = PObject::MakeMap();
     a["sources"] = PObject::MakeArray();
     for (const Resolved& r : items) a["sources"].push_back(r.node.file_id);
+    if (IsVisitor(ctx)) {  // the task reads through the same link when it runs
+      a["sharing_token"] = ctx.sharing_token;
+      a["forward_ip"] = ctx.forward_ip;
+    }
     std::string id;
-    ORVEL_RETURN_IF_ERROR(runner->Submit("download", ctx.caller.user.name, a, &id));
+    ORVEL_RETURN_IF_ERROR(runner->Submit("download", CallerTaskOwner(ctx), a, &id));
     (*result)["task_id"] = id;
     return Status::OK();
   }

@@ -8,6 +8,7 @@
 #include "daemon.h"
 #include "hooks.h"
 #include "log.h"
+#include "nimbard/sha256.h"
 #include "nimbard/wire.h"
 
 namespace orvel::syncd {
@@ -15,6 +16,7 @@ namespace {
 
 constexpr int64_t kProgressEveryMs = 250;
 constexpr int64_t kKeepEndedSeconds = 7 * 24 * 3600;
+constexpr char kVisitorOwnerPrefix[] = "visitor:";
 
 int64_t NowMs() {
   return std::chrono::duration_cast<std::chrono::milliseconds>(
@@ -56,6 +58,16 @@ std::string TaskContext::TempName(const std::string& suffix) const {
 
 std::string TaskContext::TempPath(const std::string& suffix) const {
   return d->layout.tmp + "/" + TempName(suffix);
+}
+
+std::string VisitorTaskOwner(const std::string& sharing_token) {
+  Sha256 hash;
+  hash.Update(sharing_token.data(), sharing_token.size());
+  return kVisitorOwnerPrefix + hash.HexDigest().substr(0, 32);
+}
+
+bool IsVisitorTaskOwner(const std::string& owner) {
+  return owner.compare(0, sizeof(kVisitorOwnerPrefix) - 1, kVisitorOwnerPrefix) == 0;
 }
 
 void RemoveTaskTemps(const Daemon& d, const std::string& task_id) {
@@ -234,7 +246,8 @@ void TaskRunner::RunOne(TaskRow row) {
   ctx.args = DecodeOr(row.args, PObject::MakeMap());
   Status st;
   if (!kind) st = Status(kErrTaskFailed, "unknown task kind " + row.kind);
-  if (st.ok()) st = d_->users->Lookup(row.owner, &ctx.caller.user);
+  // A visitor's task runs as a caller without an account (see VisitorTaskOwner).
+  if (st.ok() && !IsVisitorTaskOwner(row.owner)) st = d_->users->Lookup(row.owner, &ctx.caller.user);
   if (st.ok() && row.cancel_requested) st = Status(kErrTaskCancelled, "task cancelled");
   SLOG_DEBUG("task %s (%s) for %s: start", row.task_id.c_str(), row.kind.c_str(), row.owner.c_str());
   if (st.ok()) {

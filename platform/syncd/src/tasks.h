@@ -125,6 +125,15 @@ class TaskRunner {
 // {done, total}, result, error {code, message}, created, started, finished}.
 PObject TaskToPObject(const TaskRow& row);
 
+// A link visitor's task (download staging) belongs to no account: its owner
+// is "visitor:" and the first 32 hex digits of the SHA-256 of the link's
+// token, which no user name can be (user names never hold ':'). Only a
+// caller presenting the same token reaches it; the token itself travels in
+// the task's arguments ("sharing_token") so the task re-resolves its items
+// through the link when it runs.
+std::string VisitorTaskOwner(const std::string& sharing_token);
+bool IsVisitorTaskOwner(const std::string& owner);
+
 // Removes every @tmp entry named task-<task_id>-*.
 void RemoveTaskTemps(const Daemon& d, const std::string& task_id);
 

@@ -1,7 +1,10 @@
 // Who may transfer what: the items of copy, move, delete and download are
 // resolved through access.h, so a caller reaches its own items and the items
-// shared with it, with the role the shares give. Sharing links never grant
-// transfers (tasks run later, without the request's token).
+// shared with it, with the role the shares give. A sharing link lets a link
+// visitor (a caller without an account) read what lies in the link, for
+// downloads; it never grants a user anything here, and never a write.
+#include <optional>
+
 #include "access.h"
 #include "tasks.h"
 #include "transfer.h"
@@ -44,7 +47,10 @@ Status CheckTakeOut(RequestContext& ctx, const Access& a) {
 }  // namespace
 
 Status ResolveForTransfer(RequestContext& ctx, const std::string& path, TransferUse use, Resolved* out) {
-  TokenAside aside(ctx);
+  // Without its token a visitor reaches nothing (-403 from the look-up).
+  const bool link_read = IsVisitor(ctx) && use == TransferUse::kRead;
+  std::optional<TokenAside> aside;
+  if (!link_read) aside.emplace(ctx);
   Access a;
   ORVEL_RETURN_IF_ERROR(ResolveAccess(ctx, path, &a));
   if (use == TransferUse::kWriteInto) {
@@ -73,6 +79,10 @@ Status TaskRequestContext(TaskContext& task, RequestContext* out) {
   out->caller = task.caller;
   out->user = task.caller.user.name;
   out->op = task.row.kind;
+  if (IsVisitorTaskOwner(task.row.owner)) {
+    out->sharing_token = task.args["sharing_token"].asString();
+    out->forward_ip = task.args["forward_ip"].asString();
+  }
   return task.d->pool->Acquire(&out->store);
 }
 
