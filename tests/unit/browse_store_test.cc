@@ -74,7 +74,7 @@ class BrowseStoreTest : public ::testing::Test {
       ASSERT_TRUE(b_->TouchRecent(user, id, 1).ok());
     }
     ASSERT_TRUE(b_->AddShare(Share{0, id, "alice", "user", "bob", "viewer"}).ok());
-    ASSERT_TRUE(b_->CreateLink(SharingLink{"tok-" + id, id, "alice", "viewer", 1, 0}).ok());
+    ASSERT_TRUE(b_->CreateLink(SharingLink{"tok-" + id, id, "alice", "viewer", 1, 0, ""}).ok());
     ASSERT_TRUE(b_->AddAccessRequest(AccessRequest{id, "carol", "alice", 1}).ok());
   }
   // Rows of file_id in each table that names items, through a second connection.
@@ -240,7 +240,7 @@ TEST_F(BrowseStoreTest, SharesLinksAndRequests) {
 
   SharingLink link;
   EXPECT_EQ(b_->GetLink("nope", &link).code(), kErrSharingToken);
-  ASSERT_TRUE(b_->CreateLink(SharingLink{"tok", "b", "alice", "viewer", 1, 0}).ok());
+  ASSERT_TRUE(b_->CreateLink(SharingLink{"tok", "b", "alice", "viewer", 1, 0, ""}).ok());
   ASSERT_TRUE(b_->GetLink("tok", &link).ok());
   EXPECT_EQ(link.file_id, "b");
 
