@@ -115,8 +115,6 @@ int ClientErrorCode(int service_code) {
   switch (service_code) {
     case -1118:  // kErrTooManyAttempts
       return 1040;
-    case -1119:  // kErrLinkLocked
-      return 1041;
     case -1120:  // kErrLinkPassword
       return 1042;
     default:
