@@ -4,7 +4,6 @@
 // request's sharing link when the link's item is the item or above it.
 #include "access.h"
 
-#include <ctime>
 
 #include "item.h"
 #include "link_secrets.h"
