@@ -197,11 +197,11 @@ TEST_F(SyncdUploadTest, GuessedSharingTokensAreThrottledPerAddress) {
   Start();
   Put("/mydrive/shared.txt", "s");
   PObject link = PObject::MakeMap();
-  link["owner"] = "alice";
   link["path"] = "/mydrive/shared.txt";
   PObject made;
   auto admin = Client("");
-  ASSERT_EQ(admin->Call("admin_link_create", link, &made), 0) << admin->GetLastErrorMessage();
+  admin->SetSudoUser("alice");
+  ASSERT_EQ(admin->Call("link_create", link, &made), 0) << admin->GetLastErrorMessage();
   auto visit = [&](const std::string& token, const std::string& address) {
     Nimbard visitor;
     visitor.SetServer("unix:/tmp/cloud-syncservice", 0);

@@ -74,7 +74,7 @@ class BrowseStoreTest : public ::testing::Test {
       ASSERT_TRUE(b_->TouchRecent(user, id, 1).ok());
     }
     ASSERT_TRUE(b_->AddShare(Share{0, id, "alice", "user", "bob", "viewer"}).ok());
-    ASSERT_TRUE(b_->CreateLink(SharingLink{"tok-" + id, id, "alice", "viewer", 1, 0}).ok());
+    ASSERT_TRUE(b_->CreateLink(SharingLink{"tok-" + id, id, "alice", "viewer", 1, 0, ""}).ok());
     ASSERT_TRUE(b_->AddAccessRequest(AccessRequest{id, "carol", "alice", 1}).ok());
   }
   // Rows of file_id in each table that names items, through a second connection.
@@ -240,13 +240,48 @@ TEST_F(BrowseStoreTest, SharesLinksAndRequests) {
 
   SharingLink link;
   EXPECT_EQ(b_->GetLink("nope", &link).code(), kErrSharingToken);
-  ASSERT_TRUE(b_->CreateLink(SharingLink{"tok", "b", "alice", "viewer", 1, 0}).ok());
+  ASSERT_TRUE(b_->CreateLink(SharingLink{"tok", "b", "alice", "viewer", 1, 0, ""}).ok());
   ASSERT_TRUE(b_->GetLink("tok", &link).ok());
   EXPECT_EQ(link.file_id, "b");
 
   AccessRequest req{"a", "bob", "alice", 5};
   ASSERT_TRUE(b_->AddAccessRequest(req).ok());
   EXPECT_EQ(b_->AddAccessRequest(req).code(), kErrAlreadyRequested);
+}
+
+// Grants open only their own link, only until they expire, and go with the
+// link's removal; an item keeps the first permanent link it was given.
+TEST_F(BrowseStoreTest, LinkGrantsAndPermanentLinks) {
+  ASSERT_TRUE(b_->CreateLink(SharingLink{"tok", "a", "alice", "viewer", 1, 0, "hash"}).ok());
+  ASSERT_TRUE(b_->CreateLink(SharingLink{"other", "b", "alice", "viewer", 1, 0, ""}).ok());
+  ASSERT_TRUE(b_->AddLinkGrant("digest", "tok", 100, 200).ok());
+  bool found = false;
+  ASSERT_TRUE(b_->HasLinkGrant("digest", "tok", 199, &found).ok());
+  EXPECT_TRUE(found);
+  ASSERT_TRUE(b_->HasLinkGrant("digest", "tok", 200, &found).ok());
+  EXPECT_FALSE(found) << "expired at its time";
+  ASSERT_TRUE(b_->HasLinkGrant("digest", "other", 150, &found).ok());
+  EXPECT_FALSE(found) << "a grant of another link";
+  ASSERT_TRUE(b_->AddLinkGrant("second", "tok", 250, 900).ok());  // prunes the expired one
+  ASSERT_TRUE(b_->HasLinkGrant("digest", "tok", 150, &found).ok());
+  EXPECT_FALSE(found);
+  ASSERT_TRUE(b_->RemoveLink("tok").ok());
+  ASSERT_TRUE(b_->HasLinkGrant("second", "tok", 300, &found).ok());
+  EXPECT_FALSE(found) << "removed with its link";
+
+  SharingLink link{"other", "", "", "editor", 0, 500, "new"};
+  ASSERT_TRUE(b_->UpdateLink(link).ok());
+  ASSERT_TRUE(b_->GetLink("other", &link).ok());
+  EXPECT_EQ(link.role + link.password_hash + std::to_string(link.expires), "editornew500");
+  EXPECT_EQ(b_->UpdateLink(SharingLink{"gone", "", "", "viewer", 0, 0, ""}).code(), kErrNotFound);
+
+  std::string permanent;
+  ASSERT_TRUE(b_->EnsurePermanentLink("a", "first", &permanent).ok());
+  ASSERT_TRUE(b_->EnsurePermanentLink("a", "second", &permanent).ok());
+  EXPECT_EQ(permanent, "first");
+  Node n;
+  ASSERT_TRUE(store_->GetByLink("first", &n).ok());
+  EXPECT_EQ(n.file_id, "a");
 }
 
 TEST_F(BrowseStoreTest, RecentKeepsTheNewestThousand) {

@@ -1,22 +1,27 @@
 // orvelctl share/unshare/link/backup/access-requests/label: sharing with
 // users and groups, sharing links, backup tasks, access requests and a user's
-// labels, through the daemon's admin ops (docs/browse.md). Single-threaded.
+// labels, through the daemon's admin ops, or through the owner's own ops as
+// the owner (sharing, links; docs/browse.md). Single-threaded.
 #include <cstdio>
 #include <ctime>
 #include <string>
 
 #include "nimbard/nimbard.h"
 #include "nimbard/status.h"
+#include "nimbard/sync_config.h"
 #include "orvelctl.h"
 
 namespace orvelctl {
 namespace {
 
-int Call(const std::string& op, const PObject& args, PObject* result) {
+// Calls op; with `as` set, as that user ("sudo", which the daemon takes only
+// from a root peer): the owner's own sharing ops serve the administrator too.
+int Call(const std::string& op, const PObject& args, PObject* result, const std::string& as = "") {
   Nimbard client;
   client.SetServer("unix:/tmp/cloud-syncservice", 0);
   client.SetServerVersion(11061);
   client.SetTimeout(60);
+  if (!as.empty()) client.SetSudoUser(as);
   if (client.Call(op, args, result) == 0) return 0;
   return Fail(op + " failed: " + client.GetLastErrorMessage() + " (" +
               std::to_string(client.GetLastError()) + ")");
@@ -38,7 +43,11 @@ bool Options(const Args& args, size_t from, PObject* out, std::string* error) {
     } else if (opt == "--role") {
       (*out)["role"] = val;
     } else if (opt == "--expires-in") {
-      (*out)["expires_in"] = static_cast<unsigned long long>(std::strtoull(val.c_str(), nullptr, 10));
+      // An expiry on the service clock (throttle_clock when set).
+      SyncConfigMgr conf;
+      conf.Init();
+      (*out)["expires"] = static_cast<unsigned long long>(conf.ThrottleNow()) +
+                          static_cast<unsigned long long>(std::strtoull(val.c_str(), nullptr, 10));
     } else {
       *error = "unknown option " + opt;
       return false;
@@ -50,12 +59,11 @@ bool Options(const Args& args, size_t from, PObject* out, std::string* error) {
 int Share(const Args& args, bool add) {
   if (args.size() < 4) return Usage(std::string(add ? "share" : "unshare") + " takes <owner> <path> --user|--group NAME");
   PObject a = PObject::MakeMap();
-  a["owner"] = args[0];
   a["path"] = args[1];
   std::string error;
   if (!Options(args, 2, &a, &error)) return Usage(error);
   if (!a.hasMember("name")) return Usage("name a member with --user or --group");
-  if (Call(add ? "admin_share" : "admin_unshare", a, nullptr) != 0) return 1;
+  if (Call(add ? "share" : "unshare", a, nullptr, args[0]) != 0) return 1;
   printf("%s %s %s %s\n", add ? "shared" : "unshared", args[1].c_str(), add ? "with" : "from",
          a["name"].asString().c_str());
   return 0;
@@ -64,12 +72,11 @@ int Share(const Args& args, bool add) {
 int Link(const Args& args) {
   if (args.size() >= 3 && args[0] == "create") {
     PObject a = PObject::MakeMap();
-    a["owner"] = args[1];
     a["path"] = args[2];
     std::string error;
     if (!Options(args, 3, &a, &error)) return Usage(error);
     PObject r;
-    if (Call("admin_link_create", a, &r) != 0) return 1;
+    if (Call("link_create", a, &r, args[1]) != 0) return 1;
     printf("%s\n", r["token"].asString().c_str());
     return 0;
   }

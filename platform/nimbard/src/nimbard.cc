@@ -11,6 +11,7 @@
 #include <strings.h>
 
 #include "connection_cache.h"
+#include "nimbard/platform.h"
 #include "nimbard/status.h"
 #include "nimbard/wire.h"
 #include "nimbard/zemo_root.h"
@@ -127,6 +128,7 @@ int Nimbard::Call(const std::string& op, const PObject& args, PObject* result) {
   req["user"] = user_;
   req["session"] = session_;
   req["sharing_token"] = sharing_token_;
+  req["link_grant"] = RequestLinkGrant();
   req["sudo"] = sudo_user_;
   req["forward"]["ip"] = forward_ip_;
   req["forward"]["port"] = forward_port_;

@@ -67,6 +67,16 @@ bool ServiceSupportAppPrivilege() { return true; }
 
 bool ServiceIsHomeServiceEnabled(int kind) { return kind == 0; }
 
+namespace {
+std::string& LinkGrantSlot() {
+  static std::string grant;
+  return grant;
+}
+}  // namespace
+
+void SetRequestLinkGrant(const std::string& grant) { LinkGrantSlot() = grant; }
+const std::string& RequestLinkGrant() { return LinkGrantSlot(); }
+
 int EncBase64Dec(const char* in, unsigned in_len, char* out, unsigned* out_len) {
   size_t bin_len = 0;
   const char* end = nullptr;

@@ -67,6 +67,7 @@ int SyncConfigMgr::Init() {
   office_converter_ = StringKey(root, "office_converter", "soffice");
   recycle_keep_days_ = static_cast<unsigned>(std::min<uint64_t>(UIntKey(root, "recycle_keep_days", 30), 100000));
   throttle_clock_ = root["throttle_clock"].isInt64() ? root["throttle_clock"].asInt64() : 0;
+  link_grant_seconds_ = SecondsKey(root, "link_grant_seconds", 43200);
   decode_max_input_ = LimitKey(root, "decode_max_input_bytes", 256ull << 20);
   decode_max_pixels_ = LimitKey(root, "decode_max_pixels", 1ull << 28);
   render_memory_ = LimitKey(root, "render_memory_bytes", 1ull << 30);
@@ -105,6 +106,7 @@ unsigned SyncConfigMgr::GetRecycleKeepDays() const { return recycle_keep_days_; 
 int64_t SyncConfigMgr::ThrottleNow() const {
   return throttle_clock_ > 0 ? throttle_clock_ : static_cast<int64_t>(std::time(nullptr));
 }
+unsigned SyncConfigMgr::GetLinkGrantSeconds() const { return link_grant_seconds_; }
 uint64_t SyncConfigMgr::GetDecodeMaxInputBytes() const { return decode_max_input_; }
 uint64_t SyncConfigMgr::GetDecodeMaxPixels() const { return decode_max_pixels_; }
 uint64_t SyncConfigMgr::GetRenderMemoryBytes() const { return render_memory_; }

@@ -290,6 +290,16 @@ Status UserDb::AddGroup(const std::string& group) {
   return s.Step() == SQLITE_DONE ? Status::OK() : DbError(db_, "add group");
 }
 
+Status UserDb::HasGroup(const std::string& group, bool* found) {
+  Stmt s(db_, "SELECT 1 FROM groups WHERE name = ?1");
+  if (!s.ok()) return DbError(db_, "find group");
+  s.Bind(1, group);
+  int rc = s.Step();
+  if (rc != SQLITE_ROW && rc != SQLITE_DONE) return DbError(db_, "find group");
+  *found = rc == SQLITE_ROW;
+  return Status::OK();
+}
+
 Status UserDb::AddGroupMember(const std::string& group, const std::string& user) {
   ORVEL_RETURN_IF_ERROR(AddGroup(group));
   Stmt s(db_, "INSERT OR IGNORE INTO group_members (grp, user) VALUES (?1, ?2)");

@@ -4,9 +4,9 @@
 // request's sharing link when the link's item is the item or above it.
 #include "access.h"
 
-#include <ctime>
 
 #include "item.h"
+#include "link_secrets.h"
 
 namespace orvel::syncd {
 namespace {
@@ -40,16 +40,21 @@ std::string ViewFrom(const std::vector<Node>& chain, size_t top, const std::stri
   return out;
 }
 
-// The request's link; an unknown or expired token counts against the
-// client's address, and an address that guessed too often is refused first.
+// A password link opens only to a request that carries one of the link's
+// unexpired grants (ops_links.cc hands them out).
+Status CheckUnlocked(RequestContext& ctx, const SharingLink& link, int64_t now) {
+  if (link.password_hash.empty()) return Status::OK();
+  bool found = false;
+  if (!ctx.link_grant.empty())
+    ORVEL_RETURN_IF_ERROR(ctx.store->browse()->HasLinkGrant(LinkGrantDigest(ctx.link_grant), link.token,
+                                                            now, &found));
+  return found ? Status::OK() : Status(kErrLinkLocked, "link needs its password");
+}
+
+// The request's link, open to this request.
 Status ValidLink(RequestContext& ctx, SharingLink* link) {
-  const int64_t now = ctx.d->config.ThrottleNow();
-  ORVEL_RETURN_IF_ERROR(ctx.d->link_throttle.Check(ctx.forward_ip, now));
-  Status st = ctx.store->browse()->GetLink(ctx.sharing_token, link);
-  if (st.ok() && link->expires != 0 && link->expires < static_cast<int64_t>(time(nullptr)))
-    st = Status(kErrSharingToken, "sharing token invalid or expired");
-  if (st.code() == kErrSharingToken) ctx.d->link_throttle.Failed(ctx.forward_ip, now);
-  return st;
+  ORVEL_RETURN_IF_ERROR(LookupRequestLink(ctx, link));
+  return CheckUnlocked(ctx, *link, ctx.d->config.ThrottleNow());
 }
 
 Status LookupOwner(RequestContext& ctx, const std::string& name, UserRecord* out) {
@@ -169,6 +174,16 @@ Status ResolveVisitor(RequestContext& ctx, const std::string& wire_path, const I
 }
 
 }  // namespace
+
+Status LookupRequestLink(RequestContext& ctx, SharingLink* link) {
+  const int64_t now = ctx.d->config.ThrottleNow();
+  ORVEL_RETURN_IF_ERROR(ctx.d->link_throttle.Check(ctx.forward_ip, now));
+  Status st = ctx.store->browse()->GetLink(ctx.sharing_token, link);
+  if (st.ok() && link->expires != 0 && link->expires <= now)
+    st = Status(kErrSharingToken, "sharing token invalid or expired");
+  if (st.code() == kErrSharingToken) ctx.d->link_throttle.Failed(ctx.forward_ip, now);
+  return st;
+}
 
 Role ParseRole(const std::string& t) {
   if (t == "viewer") return Role::kViewer;

@@ -39,6 +39,12 @@ struct Access {
 // True for a caller without an account (a sharing-link visitor).
 inline bool IsVisitor(const RequestContext& ctx) { return ctx.caller.user.name.empty(); }
 
+// The link of the request's sharing token: kErrTooManyAttempts for an
+// address that guessed too often, kErrSharingToken (counted against the
+// address) for an unknown token or one expired by the service clock
+// (SyncConfigMgr::ThrottleNow). A password link's grant is not checked here.
+Status LookupRequestLink(RequestContext& ctx, SharingLink* link);
+
 // Resolves a wire path ("", "/mydrive/..", "id:", "link:", "/shared-with-me/<name>/..")
 // for the caller. kErrPermission when the caller may not see the item,
 // kErrSharingToken for a visitor whose token is unknown or expired.

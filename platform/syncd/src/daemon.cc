@@ -8,7 +8,7 @@
 
 namespace orvel::syncd {
 
-Status UserDirectory::Lookup(const std::string& name, UserRecord* out) {
+Status UserDirectory::WithDb(const std::function<Status(UserDb*)>& fn) {
   std::unique_ptr<UserDb> db;
   {
     std::lock_guard<std::mutex> lock(mu_);
@@ -21,14 +21,26 @@ Status UserDirectory::Lookup(const std::string& name, UserRecord* out) {
     Status st = UserDb::Open(path_, &db);
     if (!st.ok()) return Status(kErrStorage, "user database: " + st.message());
   }
-  Status st = db->GetUser(name, out);
+  Status st = fn(db.get());
   {
     std::lock_guard<std::mutex> lock(mu_);
     if (idle_.size() < 8) idle_.push_back(std::move(db));
   }
+  return st;
+}
+
+Status UserDirectory::Lookup(const std::string& name, UserRecord* out) {
+  Status st = WithDb([&](UserDb* db) { return db->GetUser(name, out); });
   if (st.code() == kErrNotFound) return Status(kErrPermission, "unknown user: " + name);
+  if (!st.ok() && st.code() != kErrStorage) return Status(kErrStorage, "user database: " + st.message());
+  return st;
+}
+
+Status UserDirectory::FindGroup(const std::string& name) {
+  bool found = false;
+  Status st = WithDb([&](UserDb* db) { return db->HasGroup(name, &found); });
   if (!st.ok()) return Status(kErrStorage, "user database: " + st.message());
-  return Status::OK();
+  return found ? Status::OK() : Status(kErrNotFound, "unknown group: " + name);
 }
 
 void UserDirectory::CloseIdle() {

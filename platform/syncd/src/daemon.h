@@ -7,6 +7,7 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -32,9 +33,14 @@ class UserDirectory {
   // kErrPermission when the name is unknown (the wire's "unknown user"),
   // kErrStorage when the database cannot be read.
   Status Lookup(const std::string& name, UserRecord* out);
+  // OK when the group exists; kErrNotFound "unknown group: <name>" otherwise.
+  Status FindGroup(const std::string& name);
   void CloseIdle();
 
  private:
+  // Runs fn on a pooled connection.
+  Status WithDb(const std::function<Status(UserDb*)>& fn);
+
   std::string path_;
   std::mutex mu_;
   std::vector<std::unique_ptr<UserDb>> idle_;

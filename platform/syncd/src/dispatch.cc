@@ -9,6 +9,7 @@
 #include "ops.h"
 #include "ops_browse.h"
 #include "ops_recycle.h"
+#include "ops_links.h"
 #include "ops_transfer.h"
 
 namespace orvel::syncd {
@@ -101,9 +102,6 @@ const std::vector<OpSpec>& OpTable() {
       {"edit_star", OpEditStar, kOpCaller | kOpEnabled | kOpWrite | kOpStore},
       {"edit_label", OpEditLabel, kOpCaller | kOpEnabled | kOpWrite | kOpStore},
       {"request_access", OpRequestAccess, kOpCaller | kOpEnabled | kOpWrite | kOpStore},
-      {"admin_share", OpAdminShare, kOpAdmin | kOpStore},
-      {"admin_unshare", OpAdminUnshare, kOpAdmin | kOpStore},
-      {"admin_link_create", OpAdminLinkCreate, kOpAdmin | kOpStore},
       {"admin_link_remove", OpAdminLinkRemove, kOpAdmin | kOpStore},
       {"admin_backup_add", OpAdminBackupAdd, kOpAdmin | kOpStore},
       {"admin_backup_remove", OpAdminBackupRemove, kOpAdmin | kOpStore},
@@ -134,6 +132,14 @@ const std::vector<OpSpec>& OpTable() {
       {"recycle_restore", OpRecycleRestore, kOpCaller | kOpEnabled | kOpWrite | kOpStore},
       {"recycle_delete", OpRecycleDelete, kOpCaller | kOpEnabled | kOpWrite | kOpStore},
       {"recycle_empty", OpRecycleEmpty, kOpCaller | kOpEnabled | kOpWrite | kOpStore},
+      // The owner's sharing and the visitor's unlocking of a link (ops_links.h).
+      {"sharing_list", OpSharingList, kOpCaller | kOpEnabled | kOpStore},
+      {"share", OpShare, kOpCaller | kOpEnabled | kOpWrite | kOpStore},
+      {"unshare", OpUnshare, kOpCaller | kOpEnabled | kOpWrite | kOpStore},
+      {"link_create", OpLinkCreate, kOpCaller | kOpEnabled | kOpWrite | kOpStore},
+      {"link_update", OpLinkUpdate, kOpCaller | kOpEnabled | kOpWrite | kOpStore},
+      {"link_delete", OpLinkDelete, kOpCaller | kOpEnabled | kOpWrite | kOpStore},
+      {"link_unlock", OpLinkUnlock, kOpCaller | kOpVisitor | kOpEnabled | kOpWrite | kOpStore},
   };
   return kOps;
 }
@@ -166,6 +172,7 @@ PObject Dispatch(Daemon* d, uid_t peer_uid, const PObject& request, int client_f
       ctx.sudo = request["sudo"].asString();
       ctx.session = request["session"].asString();
       ctx.sharing_token = request["sharing_token"].asString();
+      ctx.link_grant = request["link_grant"].asString();
       ctx.forward_ip = request["forward"]["ip"].asString();
       PObject empty = PObject::MakeMap();
       try {

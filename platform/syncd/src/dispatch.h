@@ -21,6 +21,7 @@ struct RequestContext {
   uid_t peer_uid = 0;
   std::string op;
   std::string user, sudo, session, sharing_token;
+  std::string link_grant;  // the visitor's grant of a password link ("link_grant")
   std::string forward_ip;  // the web client's address ("forward"/"ip"), for the token throttle
   Caller caller;  // filled for ops that need one
   StoreLease store;  // leased for ops that use the database

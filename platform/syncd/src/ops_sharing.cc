@@ -1,6 +1,7 @@
 // Ancestors, backup tasks and access requests as callers see them, and the
-// administrator's ops behind orvelctl: share and unshare with users and
-// groups, sharing links, backup tasks, the access requests of an owner.
+// administrator's ops behind orvelctl: removing any sharing link, backup
+// tasks, the access requests of an owner. (Sharing itself is the owner's:
+// ops_share.cc, ops_links.cc.)
 #include <ctime>
 
 #include "access.h"
@@ -26,23 +27,6 @@ Status OwnItem(RequestContext& ctx, const Caller& owner, const PObject& args, Re
   ORVEL_RETURN_IF_ERROR(ParseItemRef(path, &ref));
   return ResolveRef(*ctx.d, ctx.store.get(), owner, ref, out);
 }
-
-Status ShareMember(RequestContext& ctx, const PObject& args, const Caller& owner, Share* sh) {
-  ORVEL_RETURN_IF_ERROR(ArgString(args, "kind", &sh->kind));
-  ORVEL_RETURN_IF_ERROR(ArgString(args, "name", &sh->name));
-  if (sh->kind.empty()) sh->kind = "user";
-  if (sh->kind != "user" && sh->kind != "group")
-    return Status(kErrInvalidArgument, "share kind must be user or group: \"" + sh->kind + "\"");
-  if (sh->name.empty()) return Status(kErrInvalidArgument, "argument \"name\" is required");
-  if (sh->kind == "user") {
-    if (sh->name == owner.user.name) return Status(kErrInvalidArgument, "an owner cannot share with itself");
-    UserRecord rec;
-    ORVEL_RETURN_IF_ERROR(ctx.d->users->Lookup(sh->name, &rec));
-  }
-  return Status::OK();
-}
-
-std::string NewToken() { return NewFileId() + NewFileId(); }  // 256 random bits
 
 }  // namespace
 
@@ -96,61 +80,13 @@ Status OpRequestAccess(RequestContext& ctx, const PObject& args, PObject*) {
   return ctx.store->browse()->AddAccessRequest(req);
 }
 
-Status OpAdminShare(RequestContext& ctx, const PObject& args, PObject*) {
-  Caller owner;
-  ORVEL_RETURN_IF_ERROR(OwnerCaller(ctx, args, "owner", &owner));
-  Resolved item;
-  ORVEL_RETURN_IF_ERROR(OwnItem(ctx, owner, args, &item));
-  if (item.node.parent_id.empty()) return Status(kErrInvalidArgument, "a whole space cannot be shared");
-  Share sh;
-  ORVEL_RETURN_IF_ERROR(ShareMember(ctx, args, owner, &sh));
-  std::string role = "viewer";
-  ORVEL_RETURN_IF_ERROR(ArgString(args, "role", &role));
-  Role r = ParseRole(role);
-  if (r == Role::kNone || r == Role::kOwner)
-    return Status(kErrInvalidArgument, "role must be viewer, commenter or editor: \"" + role + "\"");
-  sh.file_id = item.node.file_id;
-  sh.owner = owner.user.name;
-  sh.role = role;
-  return ctx.store->browse()->AddShare(sh);
-}
-
-Status OpAdminUnshare(RequestContext& ctx, const PObject& args, PObject*) {
-  Caller owner;
-  ORVEL_RETURN_IF_ERROR(OwnerCaller(ctx, args, "owner", &owner));
-  Resolved item;
-  ORVEL_RETURN_IF_ERROR(OwnItem(ctx, owner, args, &item));
-  Share sh;
-  ORVEL_RETURN_IF_ERROR(ShareMember(ctx, args, owner, &sh));
-  return ctx.store->browse()->RemoveShare(item.node.file_id, sh.kind, sh.name);
-}
-
-Status OpAdminLinkCreate(RequestContext& ctx, const PObject& args, PObject* result) {
-  Caller owner;
-  ORVEL_RETURN_IF_ERROR(OwnerCaller(ctx, args, "owner", &owner));
-  Resolved item;
-  ORVEL_RETURN_IF_ERROR(OwnItem(ctx, owner, args, &item));
-  if (item.node.parent_id.empty()) return Status(kErrInvalidArgument, "a whole space cannot be shared");
-  std::string role = "viewer";
-  uint64_t ttl = 0;
-  ORVEL_RETURN_IF_ERROR(ArgString(args, "role", &role));
-  ORVEL_RETURN_IF_ERROR(ArgUInt(args, "expires_in", &ttl));
-  Role r = ParseRole(role);
-  if (r == Role::kNone || r == Role::kOwner)
-    return Status(kErrInvalidArgument, "role must be viewer, commenter or editor: \"" + role + "\"");
-  int64_t now = time(nullptr);
-  SharingLink link{NewToken(), item.node.file_id, owner.user.name, role, now,
-                   ttl ? now + static_cast<int64_t>(ttl) : 0};
-  ORVEL_RETURN_IF_ERROR(ctx.store->browse()->CreateLink(link));
-  (*result)["token"] = link.token;
-  (*result)["file_id"] = link.file_id;
-  return Status::OK();
-}
-
 Status OpAdminLinkRemove(RequestContext& ctx, const PObject& args, PObject*) {
   std::string token;
   ORVEL_RETURN_IF_ERROR(ArgString(args, "token", &token));
-  return ctx.store->browse()->RemoveLink(token);
+  Transaction tx(ctx.store.get(), true);
+  ORVEL_RETURN_IF_ERROR(tx.status());
+  ORVEL_RETURN_IF_ERROR(ctx.store->browse()->RemoveLink(token));
+  return tx.Commit();
 }
 
 Status OpAdminBackupAdd(RequestContext& ctx, const PObject& args, PObject* result) {

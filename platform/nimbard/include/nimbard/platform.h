@@ -21,6 +21,13 @@ bool ServiceSupportAppPrivilege();
 // 3 domain). Local homes are always enabled here.
 bool ServiceIsHomeServiceEnabled(int kind);
 
+// The grant of a password link that the current web request carries (the
+// "link_grant" cookie). entry.cgi sets it once per request, "" first, and
+// every Nimbard::Call of that request sends it to the daemon as "link_grant"
+// beside "sharing_token". Per process; entry.cgi serves one request each.
+void SetRequestLinkGrant(const std::string& grant);
+const std::string& RequestLinkGrant();
+
 // Base64 (standard alphabet, "=" padding). Returns non-zero on success and
 // writes the decoded length to *out_len; out must hold in_len*3/4 bytes.
 int EncBase64Dec(const char* in, unsigned in_len, char* out, unsigned* out_len);

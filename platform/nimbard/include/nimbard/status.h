@@ -50,6 +50,8 @@ enum ErrorCode : int {
   kErrTaskCancelled = -1116,
   kErrInternal = -1117,
   kErrTooManyAttempts = -1118,
+  kErrLinkLocked = -1119,     // a password link without a valid grant
+  kErrLinkPassword = -1120,   // unlock_link: the password does not match
 };
 
 class Status {

@@ -38,9 +38,12 @@ class SyncConfigMgr {
   unsigned GetWorkerThreads() const;          // 2
   std::string GetOfficeConverter() const;     // "soffice" (looked up in PATH) or an absolute path
   unsigned GetRecycleKeepDays() const;        // 30: removed items older than this go for good; 0 = never
-  // The time the login and sharing-link throttles go by: the system clock,
-  // or the fixed Unix time of the key "throttle_clock" (tests set it).
+  // The service clock: the time the login and sharing-link throttles, the
+  // expiry of sharing links and of password-link grants go by. The system
+  // clock, or the fixed Unix time of the key "throttle_clock" (tests set it).
   int64_t ThrottleNow() const;
+  // How long the grant of an unlocked password link lasts (43200 seconds).
+  unsigned GetLinkGrantSeconds() const;
   // Limits of every decoder the daemon runs (thumbnails, PDF text, office
   // conversion); a key that is absent, zero or not a number keeps its default.
   uint64_t GetDecodeMaxInputBytes() const;    // 256 MiB: larger files are not decoded
@@ -61,6 +64,7 @@ class SyncConfigMgr {
   uint64_t upload_max_ = 0;
   unsigned idle_ = 3600, max_ = 604800, workers_ = 2;
   int64_t throttle_clock_ = 0;
+  unsigned link_grant_seconds_ = 43200;
   std::vector<orvel::TpxShare> tpx_shares_;
   std::string office_converter_ = "soffice";
   uint64_t decode_max_input_ = 256ull << 20, decode_max_pixels_ = 1ull << 28;

@@ -69,6 +69,8 @@ class UserDb {
 
   Status AddGroup(const std::string& group);
   Status AddGroupMember(const std::string& group, const std::string& user);
+  // Whether a group of that name exists.
+  Status HasGroup(const std::string& group, bool* found);
 
   // Sessions: random 32-byte ids and tokens (hex).
   Status CreateSession(const std::string& user, SessionRecord* out);

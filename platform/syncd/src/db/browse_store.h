@@ -36,6 +36,7 @@ struct Share {
 struct SharingLink {
   std::string token, file_id, owner, role;
   int64_t created = 0, expires = 0;  // expires 0 = never
+  std::string password_hash;         // crypto_pwhash string; "" = no password
 };
 
 struct BackupTask {
@@ -143,6 +144,19 @@ class BrowseStore {
   virtual Status GetLink(const std::string& token, SharingLink* out) = 0;
   virtual Status RemoveLink(const std::string& token) = 0;  // kErrNotFound
   virtual Status LinksOf(const std::string& file_id, std::vector<SharingLink>* out) = 0;
+  // Role, expiry and password hash of the link of link.token (kErrNotFound).
+  virtual Status UpdateLink(const SharingLink& link) = 0;
+  // Gives the item its permanent link unless it has one; *out: the item's.
+  virtual Status EnsurePermanentLink(const std::string& file_id, const std::string& candidate,
+                                     std::string* out) = 0;
+  // Grants of password links, by the digest of their secret. AddLinkGrant
+  // drops every grant expired at now; RemoveLink and RemoveLinkGrants drop a
+  // link's grants; HasLinkGrant ignores expired ones.
+  virtual Status AddLinkGrant(const std::string& digest, const std::string& token, int64_t now,
+                              int64_t expires) = 0;
+  virtual Status HasLinkGrant(const std::string& digest, const std::string& token, int64_t now,
+                              bool* found) = 0;
+  virtual Status RemoveLinkGrants(const std::string& token) = 0;
 
   // Recent items: newest first, at most `limit` live rows.
   virtual Status TouchRecent(const std::string& user, const std::string& file_id, int64_t at) = 0;

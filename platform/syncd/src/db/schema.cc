@@ -145,7 +145,7 @@ const std::vector<Migration>& SqliteMigrations() {
   static const std::vector<Migration> kAll = {{1, kV1}, {2, kV2}, {3, kV3},
                                               {10, kBrowseSchemaV10}, {11, kBrowseSchemaV11},
                                               {20, kTasksMigrationSql}, {21, kBrowseSchemaV21},
-                                              {22, kV22}, {23, kV23}};
+                                              {22, kV22}, {23, kV23}, {25, kBrowseSchemaV25}};
   return kAll;
 }
 

@@ -100,4 +100,10 @@ DELETE FROM recent WHERE file_id NOT IN (SELECT file_id FROM nodes);
 DELETE FROM access_requests WHERE file_id NOT IN (SELECT file_id FROM nodes);
 )SQL";
 
+const char kBrowseSchemaV25[] = R"SQL(
+ALTER TABLE links ADD COLUMN password_hash TEXT NOT NULL DEFAULT '';
+CREATE TABLE link_grants (digest TEXT PRIMARY KEY, token TEXT NOT NULL, expires INTEGER NOT NULL);
+CREATE INDEX link_grants_token ON link_grants(token);
+)SQL";
+
 }  // namespace orvel::syncd

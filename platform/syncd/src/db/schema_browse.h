@@ -8,5 +8,8 @@ namespace orvel::syncd {
 extern const char kBrowseSchemaV10[];
 extern const char kBrowseSchemaV11[];
 extern const char kBrowseSchemaV21[];
+// Password links: the password's hash on the link, and the grants that
+// visitors who gave the password hold (only a digest of each is kept).
+extern const char kBrowseSchemaV25[];
 
 }  // namespace orvel::syncd

@@ -72,6 +72,13 @@ std::string MarkedFrom(const MarkQuery& q) {
   return from;
 }
 
+constexpr char kLinkColumns[] =
+    "SELECT token, file_id, owner, role, created, expires, password_hash FROM links";
+
+SharingLink ReadLink(const CachedStmt& s) {
+  return SharingLink{s.Text(0), s.Text(1), s.Text(2), s.Text(3), s.Int(4), s.Int(5), s.Text(6)};
+}
+
 class SqliteBrowseStore : public BrowseStore {
  public:
   explicit SqliteBrowseStore(sqlite3* db) : c_(db), search_(NewSqliteSearch(&c_)) {}
@@ -238,35 +245,75 @@ class SqliteBrowseStore : public BrowseStore {
   }
 
   Status CreateLink(const SharingLink& l) override {
-    CachedStmt s = c_.Prepare("INSERT INTO links (token, file_id, owner, role, created, expires) VALUES (?1, ?2, ?3, ?4, ?5, ?6)");
+    CachedStmt s = c_.Prepare(
+        "INSERT INTO links (token, file_id, owner, role, created, expires, password_hash)"
+        " VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7)");
     s.Bind(1, l.token).Bind(2, l.file_id).Bind(3, l.owner).Bind(4, l.role);
-    return s.Bind(5, l.created).Bind(6, l.expires).Run();
+    return s.Bind(5, l.created).Bind(6, l.expires).Bind(7, l.password_hash).Run();
   }
   Status GetLink(const std::string& token, SharingLink* out) override {
-    CachedStmt s = c_.Prepare("SELECT token, file_id, owner, role, created, expires FROM links WHERE token = ?1");
+    CachedStmt s = c_.Prepare(std::string(kLinkColumns) + " WHERE token = ?1");
     s.Bind(1, token);
     Status st;
     if (!s.Step(&st)) {
       ORVEL_RETURN_IF_ERROR(st);
       return Status(kErrSharingToken, "sharing token invalid or expired");
     }
-    *out = SharingLink{s.Text(0), s.Text(1), s.Text(2), s.Text(3), s.Int(4), s.Int(5)};
+    *out = ReadLink(s);
     return Status::OK();
   }
   Status RemoveLink(const std::string& token) override {
     CachedStmt s = c_.Prepare("DELETE FROM links WHERE token = ?1");
     ORVEL_RETURN_IF_ERROR(s.Bind(1, token).Run());
     if (sqlite3_changes(c_.db()) == 0) return Status(kErrNotFound, "no such sharing link");
-    return Status::OK();
+    return RemoveLinkGrants(token);
   }
   Status LinksOf(const std::string& file_id, std::vector<SharingLink>* out) override {
     out->clear();
-    CachedStmt s = c_.Prepare("SELECT token, file_id, owner, role, created, expires FROM links WHERE file_id = ?1 ORDER BY created");
+    CachedStmt s = c_.Prepare(std::string(kLinkColumns) + " WHERE file_id = ?1 ORDER BY created, token");
     s.Bind(1, file_id);
     Status st;
-    while (s.Step(&st))
-      out->push_back(SharingLink{s.Text(0), s.Text(1), s.Text(2), s.Text(3), s.Int(4), s.Int(5)});
+    while (s.Step(&st)) out->push_back(ReadLink(s));
     return st;
+  }
+  Status UpdateLink(const SharingLink& l) override {
+    CachedStmt s = c_.Prepare("UPDATE links SET role = ?2, expires = ?3, password_hash = ?4 WHERE token = ?1");
+    ORVEL_RETURN_IF_ERROR(s.Bind(1, l.token).Bind(2, l.role).Bind(3, l.expires).Bind(4, l.password_hash).Run());
+    if (sqlite3_changes(c_.db()) == 0) return Status(kErrNotFound, "no such sharing link");
+    return Status::OK();
+  }
+  Status EnsurePermanentLink(const std::string& file_id, const std::string& candidate,
+                             std::string* out) override {
+    CachedStmt set = c_.Prepare("UPDATE nodes SET permanent_link = ?2 WHERE file_id = ?1 AND permanent_link = ''");
+    ORVEL_RETURN_IF_ERROR(set.Bind(1, file_id).Bind(2, candidate).Run());
+    CachedStmt get = c_.Prepare("SELECT permanent_link FROM nodes WHERE file_id = ?1");
+    get.Bind(1, file_id);
+    Status st;
+    if (!get.Step(&st)) {
+      ORVEL_RETURN_IF_ERROR(st);
+      return Status(kErrNotFound, "item not found: id:" + file_id);
+    }
+    *out = get.Text(0);
+    return Status::OK();
+  }
+  Status AddLinkGrant(const std::string& digest, const std::string& token, int64_t now,
+                      int64_t expires) override {
+    CachedStmt prune = c_.Prepare("DELETE FROM link_grants WHERE expires <= ?1");
+    ORVEL_RETURN_IF_ERROR(prune.Bind(1, now).Run());
+    CachedStmt s = c_.Prepare("INSERT INTO link_grants (digest, token, expires) VALUES (?1, ?2, ?3)");
+    return s.Bind(1, digest).Bind(2, token).Bind(3, expires).Run();
+  }
+  Status HasLinkGrant(const std::string& digest, const std::string& token, int64_t now,
+                      bool* found) override {
+    CachedStmt s = c_.Prepare("SELECT 1 FROM link_grants WHERE digest = ?1 AND token = ?2 AND expires > ?3");
+    s.Bind(1, digest).Bind(2, token).Bind(3, now);
+    Status st;
+    *found = s.Step(&st);
+    return st;
+  }
+  Status RemoveLinkGrants(const std::string& token) override {
+    CachedStmt s = c_.Prepare("DELETE FROM link_grants WHERE token = ?1");
+    return s.Bind(1, token).Run();
   }
 
   Status TouchRecent(const std::string& user, const std::string& file_id, int64_t at) override {

@@ -6,6 +6,7 @@
 #include "cgi/method_policy.h"
 #include "cgi/module_loader.h"
 #include "internal/log.h"
+#include "nimbard/platform.h"
 #include "nimbard/zemo_root.h"
 
 namespace zemo::cgi {
@@ -15,6 +16,10 @@ namespace {
 static constexpr char kLogSource[] = "entry";
 
 constexpr const char kModulesDir[] = "/usr/lib/zemo/webapi";
+
+// The cookie of a password link's grant (set by ZEMO.ZemoraOrvel.Sharing
+// unlock_link; docs/framework.md).
+constexpr const char kLinkGrantCookie[] = "link_grant";
 
 }  // namespace
 
@@ -109,6 +114,12 @@ void RequestFlow::RegisterApis(bool with_modules) {
 }
 
 void RequestFlow::Run() {
+  // The grant of a password link travels to the daemon with every call of
+  // this request (nimbard/platform.h); none unless the cookie came.
+  SetRequestLinkGrant("");
+  bool has_grant = false;
+  std::string grant = CookieValue(env_.cookie, kLinkGrantCookie, &has_grant);
+  if (has_grant) SetRequestLinkGrant(grant);
   if (!CheckMethod() || !LoadConfig() || !PrepareAccount() || !ReadParams() || !ResolveCaller()) {
     return;
   }

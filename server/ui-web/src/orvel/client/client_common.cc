@@ -115,6 +115,8 @@ int ClientErrorCode(int service_code) {
   switch (service_code) {
     case -1118:  // kErrTooManyAttempts
       return 1040;
+    case -1120:  // kErrLinkPassword
+      return 1042;
     default:
       return OrvelErrCodeGetFromBackend(service_code);
   }

@@ -76,6 +76,8 @@ int OrvelErrCodeGetFromBackend(int backend_code) {
       return 1037;
     case -1117:
       return 1038;
+    case -1119:  // a password link without its grant: a visitor meets it in any method
+      return 1041;
     default:
       break;
   }
