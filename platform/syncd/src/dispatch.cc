@@ -8,6 +8,7 @@
 #include "nimbard/wire.h"
 #include "ops.h"
 #include "ops_browse.h"
+#include "ops_revision.h"
 #include "ops_transfer.h"
 
 namespace orvel::syncd {
@@ -129,6 +130,10 @@ const std::vector<OpSpec>& OpTable() {
       {"admin_task_list", OpAdminTaskList, kOpAdmin},
       {"admin_task_show", OpAdminTaskShow, kOpAdmin},
       {"admin_task_cancel", OpAdminTaskCancel, kOpAdmin},
+      // Older contents of files (ops_revision.h).
+      {"revision_list", OpRevisionList, kOpCaller | kOpEnabled | kOpStore},
+      {"revision_download", OpRevisionDownload, kOpCaller | kOpEnabled | kOpStore},
+      {"revision_restore", OpRevisionRestore, kOpCaller | kOpEnabled | kOpWrite | kOpStore},
   };
   return kOps;
 }
