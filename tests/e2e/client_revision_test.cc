@@ -38,7 +38,7 @@ Json::Value WriteFourTimes(ApiClient& client, const std::string& name) {
     r = client.Call(kFiles, "update", u);
     EXPECT_TRUE(r["success"].asBool()) << r;
   }
-  return r["data"]["file"];
+  return r["data"];
 }
 
 Json::Value Params(const std::string& path, const std::string& revision_id = "") {
@@ -82,7 +82,7 @@ TEST_F(ClientRevisionTest, ThreeUpdatesListThreeRevisionsNewestFirstWithTheirWri
   Json::Value r = erin.Call(kApi, "list", Params("/mydrive/list.txt"));
   ASSERT_TRUE(r["success"].asBool()) << r;
   EXPECT_EQ(r["data"]["total"].asUInt(), 3u) << r;
-  const Json::Value& revs = r["data"]["revisions"];
+  const Json::Value revs = r["data"]["revisions"];
   ASSERT_EQ(revs.size(), 3u) << r;
   for (unsigned i = 0; i < 3; ++i) {  // newest first: contents 2, 1, 0
     EXPECT_EQ(revs[i]["size"].asUInt64(), kContents[2 - i].size()) << r;
