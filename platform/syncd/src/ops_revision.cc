@@ -27,7 +27,8 @@ Status ResolveFile(RequestContext& ctx, const PObject& args, Access* item) {
   ORVEL_RETURN_IF_ERROR(ArgString(args, "path", &path));
   if (path.empty()) return Status(kErrInvalidArgument, "no path given");
   Status st = ResolveAccess(ctx, path, item);
-  if (st.code() == kErrPermission || st.code() == kErrNotFound || (st.ok() && (item->role == Role::kNone || item->by_link)))
+  const bool hidden = st.code() == kErrPermission || st.code() == kErrNotFound;
+  if (hidden || (st.ok() && (item->role == Role::kNone || item->by_link)))
     return Status(kErrNotFound, "item not found: " + path);
   ORVEL_RETURN_IF_ERROR(st);
   if (item->node.is_dir()) return Status(kErrIsFolder, "is a folder: " + item->view_path);
