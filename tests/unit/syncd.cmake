@@ -4,6 +4,7 @@ orvel_add_test(syncd_unit_test
   unit/syncd_names_test.cc
   unit/syncd_space_fs_test.cc
   unit/syncd_store_test.cc
+  unit/syncd_revision_store_test.cc
   unit/syncd_intent_test.cc
   unit/syncd_intake_test.cc
   unit/syncd_child_test.cc)

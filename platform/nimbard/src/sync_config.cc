@@ -74,6 +74,8 @@ int SyncConfigMgr::Init() {
   render_seconds_ = SecondsKey(root, "render_seconds", 30);
   convert_memory_ = LimitKey(root, "convert_memory_bytes", 4ull << 30);
   convert_seconds_ = SecondsKey(root, "convert_seconds", 300);
+  revision_keep_count_ = UIntKey(root, "revision_keep_count", 32);
+  revision_keep_days_ = UIntKey(root, "revision_keep_days", 0);
   tpx_shares_.clear();
   for (const Json::Value& s : root["tpx_shares"]) {
     if (!s.isObject()) continue;
@@ -98,6 +100,8 @@ std::string SyncConfigMgr::GetSocketPath() const {
 }
 std::string SyncConfigMgr::GetWebAccount() const { return web_account_; }
 uint64_t SyncConfigMgr::GetUploadMaxBytes() const { return upload_max_; }
+uint64_t SyncConfigMgr::GetRevisionKeepCount() const { return revision_keep_count_; }
+uint64_t SyncConfigMgr::GetRevisionKeepDays() const { return revision_keep_days_; }
 unsigned SyncConfigMgr::GetSessionIdleSeconds() const { return idle_; }
 unsigned SyncConfigMgr::GetSessionMaxSeconds() const { return max_; }
 unsigned SyncConfigMgr::GetWorkerThreads() const { return workers_; }

@@ -10,6 +10,7 @@
 #include "ops_browse.h"
 #include "ops_recycle.h"
 #include "ops_links.h"
+#include "ops_revision.h"
 #include "ops_transfer.h"
 
 namespace orvel::syncd {
@@ -140,6 +141,10 @@ const std::vector<OpSpec>& OpTable() {
       {"link_update", OpLinkUpdate, kOpCaller | kOpEnabled | kOpWrite | kOpStore},
       {"link_delete", OpLinkDelete, kOpCaller | kOpEnabled | kOpWrite | kOpStore},
       {"link_unlock", OpLinkUnlock, kOpCaller | kOpVisitor | kOpEnabled | kOpWrite | kOpStore},
+      // Older contents of files (ops_revision.h).
+      {"revision_list", OpRevisionList, kOpCaller | kOpEnabled | kOpStore},
+      {"revision_download", OpRevisionDownload, kOpCaller | kOpEnabled | kOpStore},
+      {"revision_restore", OpRevisionRestore, kOpCaller | kOpEnabled | kOpWrite | kOpStore},
   };
   return kOps;
 }

@@ -11,6 +11,7 @@
 #include "paths.h"
 #include "recycle.h"
 #include "reconcile.h"
+#include "revisions.h"
 
 namespace orvel::syncd {
 namespace {
@@ -116,6 +117,9 @@ void JobRunner::Loop() {
       int removed = 0;
       CleanTmp(*d_, kTmpMaxAge, &removed);
       if (removed) SLOG_INFO("removed %d old entries of %s", removed, d_->layout.tmp.c_str());
+      int pruned = 0;
+      Status aged = PruneOldRevisions(*d_, &pruned);
+      if (!aged.ok()) SLOG_WARN("revision retention: %s", aged.ToString().c_str());
       last_clean = now;
     }
     int64_t wait = 60;

@@ -23,6 +23,8 @@
 #include "name_forms.h"
 #include "nimbard/platform.h"
 #include "ops_browse.h"
+#include "ops_revision.h"
+#include "revisions.h"
 #include "staged_data.h"
 #include "space_fs.h"
 
@@ -180,7 +182,7 @@ Status ApplyMarks(RequestContext& ctx, const PObject& args, const Access& item) 
   return tx.Commit();
 }
 
-Status Commit(RequestContext& ctx, Node& n, const Revision* rev, RenameIntent* intent) {
+Status Commit(RequestContext& ctx, Node& n, const Revision* rev, bool new_content, RenameIntent* intent) {
   Transaction tx(ctx.store.get(), true);
   ORVEL_RETURN_IF_ERROR(tx.status());
   ORVEL_RETURN_IF_ERROR(ctx.store->NextChange(&n.sync_id));
@@ -190,6 +192,7 @@ Status Commit(RequestContext& ctx, Node& n, const Revision* rev, RenameIntent* i
     ++n.revisions;
   }
   ORVEL_RETURN_IF_ERROR(ctx.store->Update(n));
+  if (new_content) ORVEL_RETURN_IF_ERROR(ctx.store->SetContentWriter(n.file_id, n.sync_id, ctx.caller.user.name));
   if (!n.parent_id.empty()) ORVEL_RETURN_IF_ERROR(ctx.store->TouchAncestors(n.parent_id, n.sync_id));
   ORVEL_RETURN_IF_ERROR(intent->Drop());
   ORVEL_RETURN_IF_ERROR(tx.Commit());
@@ -239,12 +242,24 @@ Status ApplyUnderLock(RequestContext& ctx, const UpdateArgs& a, NewContent* cont
   if (a.has_encrypted) n.encrypted = a.encrypted;
   if (!a.properties.empty()) n.properties = a.properties;
   n.change_time = now;
-  ORVEL_RETURN_IF_ERROR(Commit(ctx, n, rev.get(), &intent));
+  ORVEL_RETURN_IF_ERROR(Commit(ctx, n, rev.get(), new_content, &intent));
   if (new_content) content->guard->Cancel();
+  if (rev) ORVEL_RETURN_IF_ERROR(PruneFileRevisions(*ctx.d, ctx.store.get(), n.file_id, &n.revisions));
   return Status::OK();
 }
 
 }  // namespace
+
+Status ReplaceContent(RequestContext& ctx, int src_fd, const std::string& expect_hash, Access* item) {
+  NewContent content;
+  ORVEL_RETURN_IF_ERROR(CopyToTemp(src_fd, ctx.d->layout.tmp, &content.path));
+  content.guard = std::make_unique<TempPathGuard>(content.path);
+  ORVEL_RETURN_IF_ERROR(HashPath(content.path, &content.hash, &content.size));
+  if (content.hash != expect_hash)
+    return Status(kErrHashMismatch, "kept content does not match its hash: " + expect_hash);
+  std::lock_guard<std::mutex> lock(ctx.d->write_mu);
+  return ApplyUnderLock(ctx, UpdateArgs(), &content, item);
+}
 
 Status OpUpdateFile(RequestContext& ctx, const PObject& args, PObject* result) {
   UpdateArgs a;

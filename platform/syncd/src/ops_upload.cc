@@ -28,6 +28,7 @@
 #include "name_forms.h"
 #include "ops.h"
 #include "ops_browse.h"
+#include "revisions.h"
 #include "space_fs.h"
 #include "staged_data.h"
 
@@ -404,7 +405,13 @@ Status OpUploadFile(RequestContext& ctx, const PObject& args, PObject* result) {
   } else if (a.is_dir) {
     ORVEL_RETURN_IF_ERROR(StoreFolder(d, ctx.store.get(), a, t, marks, &n));
   } else {
-    ORVEL_RETURN_IF_ERROR(StoreFile(d, ctx.store.get(), a, t, &staged, marks, &n));
+    // The writer of the new content goes with its row (revisions name it).
+    CommitHook written = [&](const Node& stored) {
+      ORVEL_RETURN_IF_ERROR(ctx.store->SetContentWriter(stored.file_id, stored.sync_id, ctx.caller.user.name));
+      return marks(stored);
+    };
+    ORVEL_RETURN_IF_ERROR(StoreFile(d, ctx.store.get(), a, t, &staged, written, &n));
+    if (n.revisions > 0) ORVEL_RETURN_IF_ERROR(PruneFileRevisions(d, ctx.store.get(), n.file_id, &n.revisions));
   }
   if (HasItemMarks(args)) {  // answer the caller's view, marks included
     Access item;

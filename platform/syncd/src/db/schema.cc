@@ -139,13 +139,27 @@ INSERT INTO recycle (file_id, owner, removed_time, removed_by, parent_id, origin
     (SELECT 1 FROM nodes p WHERE p.file_id = n.parent_id AND p.removed = 1);
 )SQL";
 
+// Version 24: who wrote each content version, carried into its revision;
+// revisions by content (retention removes a kept file once no row holds it).
+const char kV24[] = R"SQL(
+ALTER TABLE revisions ADD COLUMN writer TEXT NOT NULL DEFAULT '';
+CREATE INDEX revisions_hash ON revisions(hash);
+CREATE INDEX revisions_created ON revisions(created);
+CREATE TABLE content_writers (
+  file_id TEXT PRIMARY KEY,
+  sync_id INTEGER NOT NULL,
+  writer TEXT NOT NULL
+);
+)SQL";
+
 }  // namespace
 
 const std::vector<Migration>& SqliteMigrations() {
   static const std::vector<Migration> kAll = {{1, kV1}, {2, kV2}, {3, kV3},
                                               {10, kBrowseSchemaV10}, {11, kBrowseSchemaV11},
                                               {20, kTasksMigrationSql}, {21, kBrowseSchemaV21},
-                                              {22, kV22}, {23, kV23}, {25, kBrowseSchemaV25}};
+                                              {22, kV22}, {23, kV23}, {24, kV24},
+                                              {25, kBrowseSchemaV25}};
   return kAll;
 }
 

@@ -31,6 +31,8 @@ const char kColumns[] =
 
 using Stmt = CachedStmt;
 
+constexpr char kRevisionColumns[] = "file_id, sync_id, size, modified_time, hash, id, created, writer";
+
 // Binds the writable columns of n to ?1..?23 (in kColumns order, without id
 // and the maintained counters).
 void BindNode(Stmt& s, const Node& n) {
@@ -217,30 +219,105 @@ class SqliteStore : public Store {
 
   Status AddRevision(const Revision& r) override {
     Stmt s = Prepare(
-        "INSERT INTO revisions (file_id, sync_id, size, modified_time, hash, created)"
-        " VALUES (?1, ?2, ?3, ?4, ?5, strftime('%s','now'))");
+        "INSERT INTO revisions (file_id, sync_id, size, modified_time, hash, created, writer)"
+        " VALUES (?1, ?2, ?3, ?4, ?5, strftime('%s','now'), COALESCE((SELECT writer FROM"
+        " content_writers WHERE file_id = ?1 AND sync_id = ?2), ''))");
     s.Bind(1, r.file_id).Bind(2, static_cast<int64_t>(r.sync_id)).Bind(3, static_cast<int64_t>(r.size));
     s.Bind(4, r.modified_time).Bind(5, r.hash);
     return s.Run();
   }
 
+  static RevisionRow ReadRevision(const Stmt& s) {
+    RevisionRow r;
+    r.file_id = s.Text(0);
+    r.sync_id = static_cast<uint64_t>(s.Int(1));
+    r.size = static_cast<uint64_t>(s.Int(2));
+    r.modified_time = s.Int(3);
+    r.hash = s.Text(4);
+    r.id = s.Int(5);
+    r.created = s.Int(6);
+    r.writer = s.Text(7);
+    return r;
+  }
+
   Status ListRevisions(const std::string& file_id, std::vector<Revision>* out) override {
     out->clear();
-    Stmt s = Prepare(
-        "SELECT file_id, sync_id, size, modified_time, hash FROM revisions WHERE file_id = ?1"
-        " ORDER BY sync_id");
+    Stmt s = Prepare("SELECT " + std::string(kRevisionColumns) + " FROM revisions WHERE file_id = ?1 ORDER BY sync_id");
     s.Bind(1, file_id);
     Status st;
-    while (s.Step(&st)) {
-      Revision r;
-      r.file_id = s.Text(0);
-      r.sync_id = static_cast<uint64_t>(s.Int(1));
-      r.size = static_cast<uint64_t>(s.Int(2));
-      r.modified_time = s.Int(3);
-      r.hash = s.Text(4);
-      out->push_back(r);
-    }
+    while (s.Step(&st)) out->push_back(ReadRevision(s));
     return st;
+  }
+
+  Status ListRevisionPage(const std::string& file_id, uint64_t offset, uint64_t limit,
+                          std::vector<RevisionRow>* out, uint64_t* total) override {
+    out->clear();
+    Stmt c = Prepare("SELECT COUNT(*) FROM revisions WHERE file_id = ?1");
+    c.Bind(1, file_id);
+    Status st;
+    *total = c.Step(&st) ? static_cast<uint64_t>(c.Int(0)) : 0;
+    ORVEL_RETURN_IF_ERROR(st);
+    Stmt s = Prepare("SELECT " + std::string(kRevisionColumns) +
+                     " FROM revisions WHERE file_id = ?1 ORDER BY id DESC LIMIT ?2 OFFSET ?3");
+    s.Bind(1, file_id).Bind(2, static_cast<int64_t>(limit)).Bind(3, static_cast<int64_t>(offset));
+    while (s.Step(&st)) out->push_back(ReadRevision(s));
+    return st;
+  }
+
+  Status GetRevision(const std::string& file_id, int64_t id, RevisionRow* out) override {
+    Stmt s = Prepare("SELECT " + std::string(kRevisionColumns) + " FROM revisions WHERE file_id = ?1 AND id = ?2");
+    s.Bind(1, file_id).Bind(2, id);
+    Status st;
+    if (s.Step(&st)) {
+      *out = ReadRevision(s);
+      return Status::OK();
+    }
+    ORVEL_RETURN_IF_ERROR(st);
+    return Status(kErrNotFound, "revision not found: " + std::to_string(id));
+  }
+
+  Status PruneRevisions(const std::string& file_id, const RevisionKeep& keep, std::vector<std::string>* hashes,
+                        uint32_t* remaining) override {
+    hashes->clear();
+    Stmt s = Prepare(
+        "DELETE FROM revisions WHERE file_id = ?1 AND (created < ?2 OR id NOT IN (SELECT id FROM"
+        " revisions WHERE file_id = ?1 ORDER BY id DESC LIMIT ?3)) RETURNING hash");
+    s.Bind(1, file_id).Bind(2, keep.created_before).Bind(3, static_cast<int64_t>(keep.keep_count));
+    Status st;
+    while (s.Step(&st)) hashes->push_back(s.Text(0));
+    ORVEL_RETURN_IF_ERROR(st);
+    Stmt u = Prepare(
+        "UPDATE nodes SET revisions = (SELECT COUNT(*) FROM revisions WHERE file_id = ?1)"
+        " WHERE file_id = ?1 RETURNING revisions");
+    u.Bind(1, file_id);
+    *remaining = 0;
+    while (u.Step(&st)) *remaining = static_cast<uint32_t>(u.Int(0));
+    return st;
+  }
+
+  Status FilesWithOldRevisions(int64_t before, size_t max, std::vector<std::string>* out) override {
+    out->clear();
+    Stmt s = Prepare("SELECT DISTINCT file_id FROM revisions WHERE created < ?1 LIMIT ?2");
+    s.Bind(1, before).Bind(2, static_cast<int64_t>(max));
+    Status st;
+    while (s.Step(&st)) out->push_back(s.Text(0));
+    return st;
+  }
+
+  Status HashReferenced(const std::string& hash, bool* referenced) override {
+    Stmt s = Prepare("SELECT 1 FROM revisions WHERE hash = ?1 LIMIT 1");
+    s.Bind(1, hash);
+    Status st;
+    *referenced = s.Step(&st);
+    return st;
+  }
+
+  Status SetContentWriter(const std::string& file_id, uint64_t sync_id, const std::string& writer) override {
+    Stmt s = Prepare(
+        "INSERT INTO content_writers (file_id, sync_id, writer) VALUES (?1, ?2, ?3)"
+        " ON CONFLICT(file_id) DO UPDATE SET sync_id = ?2, writer = ?3");
+    s.Bind(1, file_id).Bind(2, static_cast<int64_t>(sync_id)).Bind(3, writer);
+    return s.Run();
   }
 
   Status GetState(const std::string& key, std::string* value) override {

@@ -71,6 +71,22 @@ struct Revision {
   std::string hash;
 };
 
+// A revision as read back: the row id (the public revision id), when the
+// content became a revision, and the user whose write produced the content
+// ("" when unknown: written before writers were recorded).
+struct RevisionRow : Revision {
+  int64_t id = 0;
+  int64_t created = 0;
+  std::string writer;
+};
+
+// What revision retention leaves: at most keep_count rows per file (the
+// newest), none created before `created_before` (0 = no age limit).
+struct RevisionKeep {
+  uint64_t keep_count = 32;
+  int64_t created_before = 0;
+};
+
 struct UnlinkJob {
   int64_t id = 0;
   std::string path;
@@ -119,8 +135,26 @@ class Store {
   // Sets max_id = seq on the folder parent_id and all its ancestors.
   virtual Status TouchAncestors(const std::string& parent_id, uint64_t seq) = 0;
 
+  // Adds the row; its writer is the one recorded for (file_id, sync_id) by
+  // SetContentWriter, "" when none was.
   virtual Status AddRevision(const Revision& rev) = 0;
   virtual Status ListRevisions(const std::string& file_id, std::vector<Revision>* out) = 0;
+  // A page of the file's revisions, newest first, and how many there are.
+  virtual Status ListRevisionPage(const std::string& file_id, uint64_t offset, uint64_t limit,
+                                  std::vector<RevisionRow>* out, uint64_t* total) = 0;
+  // The revision `id` of the file; kErrNotFound when the file has none such.
+  virtual Status GetRevision(const std::string& file_id, int64_t id, RevisionRow* out) = 0;
+  // Deletes the file's rows that `keep` does not leave, sets the node's
+  // revision count, and answers the hashes of the deleted rows and the count.
+  virtual Status PruneRevisions(const std::string& file_id, const RevisionKeep& keep,
+                                std::vector<std::string>* hashes, uint32_t* remaining) = 0;
+  // Files having a revision created before `before` (at most max).
+  virtual Status FilesWithOldRevisions(int64_t before, size_t max, std::vector<std::string>* out) = 0;
+  // True when some revision row still holds the content `hash`.
+  virtual Status HashReferenced(const std::string& hash, bool* referenced) = 0;
+  // Records who wrote the content version (file_id, sync_id).
+  virtual Status SetContentWriter(const std::string& file_id, uint64_t sync_id,
+                                  const std::string& writer) = 0;
 
   // Service state (key/value, persisted) and freeze flags per view.
   virtual Status GetState(const std::string& key, std::string* value) = 0;  // kErrNotFound
