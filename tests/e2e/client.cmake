@@ -7,3 +7,4 @@ function(orvel_add_client_test name)
 endfunction()
 
 orvel_add_client_test(e2e_client_api_test e2e/client_api_test.cc)
+orvel_add_client_test(e2e_client_task_test e2e/client_task_test.cc)

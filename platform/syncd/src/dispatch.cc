@@ -129,6 +129,7 @@ const std::vector<OpSpec>& OpTable() {
       {"admin_task_list", OpAdminTaskList, kOpAdmin},
       {"admin_task_show", OpAdminTaskShow, kOpAdmin},
       {"admin_task_cancel", OpAdminTaskCancel, kOpAdmin},
+      {"task_list", OpTaskList, kOpCaller | kOpStore},
   };
   return kOps;
 }

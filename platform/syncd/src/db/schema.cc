@@ -121,7 +121,7 @@ const std::vector<Migration>& SqliteMigrations() {
   static const std::vector<Migration> kAll = {{1, kV1}, {2, kV2}, {3, kV3},
                                               {10, kBrowseSchemaV10}, {11, kBrowseSchemaV11},
                                               {20, kTasksMigrationSql}, {21, kBrowseSchemaV21},
-                                              {22, kV22}};
+                                              {22, kV22}, {27, kTaskBytesMigrationSql}};
   return kAll;
 }
 
