@@ -38,9 +38,13 @@ class ClientTaskTest : public ::testing::Test {
     const std::string home = stack_->HomeDir("erin");
     Fill(home + "/Big", kFiles);
     Fill(home + "/Small", 1);
-    for (const char* d : {"/DestA", "/DestB", "/DestC"}) ::mkdir((home + d).c_str(), 0750);
+    for (const char* d : {"/DestA", "/DestB", "/DestC"}) Fill(home + d, 0);
     Fill(stack_->HomeDir("gina") + "/One", 1);
     port_ = stack_->StartHttp();
+    for (const char* user : {"erin", "gina"}) {
+      ApiClient client = As(user);
+      ListTotal(client, "/mydrive");  // the first use indexes what is on disk
+    }
   }
   static void TearDownTestSuite() {
     delete stack_;
@@ -48,6 +52,7 @@ class ClientTaskTest : public ::testing::Test {
     File::Remove(hooks_);
   }
   static void Fill(const std::string& dir, int count) {
+    ::mkdir(dir.substr(0, dir.find_last_of('/')).c_str(), 0750);  // the home, made on first use otherwise
     ::mkdir(dir.c_str(), 0750);
     for (int i = 0; i < count; ++i) {
       std::ofstream(dir + "/f" + std::to_string(i) + ".txt", std::ios::binary) << std::string(kFileSize, 'x');
