@@ -63,6 +63,8 @@ void TaskContext::FlushProgress() {
 
 bool TaskContext::Cancelled() const { return runner_->CancelRequested(row.task_id); }
 
+bool TaskContext::CancelledByRequest() const { return runner_->CancelAsked(row.task_id); }
+
 std::string TaskContext::TempName(const std::string& suffix) const {
   return "task-" + row.task_id + "-" + suffix;
 }
@@ -218,6 +220,11 @@ Status TaskRunner::Wait(const std::string& task_id, int64_t timeout_ms, TaskRow*
 bool TaskRunner::CancelRequested(const std::string& task_id) {
   std::lock_guard<std::mutex> lock(mu_);
   return stop_ || cancel_.count(task_id) > 0;
+}
+
+bool TaskRunner::CancelAsked(const std::string& task_id) {
+  std::lock_guard<std::mutex> lock(mu_);
+  return cancel_.count(task_id) > 0;
 }
 
 void TaskRunner::SaveProgress(const std::string& task_id, uint64_t done, uint64_t total, uint64_t bytes_done,

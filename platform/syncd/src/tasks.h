@@ -62,6 +62,9 @@ class TaskContext {
   void FlushProgress();
   // True once the task was cancelled or the daemon is stopping.
   bool Cancelled() const;
+  // True once the task's owner (or an administrator) cancelled it; a daemon
+  // that stops does not count.
+  bool CancelledByRequest() const;
   // A temp path for this task: <@tmp>/task-<id>-<suffix> (removed by
   // recovery if the daemon dies).
   std::string TempPath(const std::string& suffix) const;
@@ -113,6 +116,7 @@ class TaskRunner {
   Status Wait(const std::string& task_id, int64_t timeout_ms, TaskRow* out);
 
   bool CancelRequested(const std::string& task_id);
+  bool CancelAsked(const std::string& task_id);  // by a request, not by Stop()
   void SaveProgress(const std::string& task_id, uint64_t done, uint64_t total, uint64_t bytes_done,
                     uint64_t bytes_total);
 

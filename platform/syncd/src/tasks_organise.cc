@@ -85,10 +85,11 @@ Status RunCopy(TaskContext& ctx) {
     ItemAt from;
     ORVEL_RETURN_IF_ERROR(OpenItemAt(*ctx.d, src.node.owner, src.components, &from));
     StagedNode staged;
-    // Cancelled mid-way, the items copied so far are placed and kept.
+    // Cancelled mid-way by a request, the items copied so far are placed and
+    // kept; a daemon that stops takes the item back (recovery fails the task).
     const Status copied = StageFromStore(store.get(), src.node, from.dir.get(), from.path, tmp, temp, &progress,
                                          &staged);
-    if (copied.code() != kErrTaskCancelled) ORVEL_RETURN_IF_ERROR(copied);
+    if (copied.code() != kErrTaskCancelled || !ctx.CancelledByRequest()) ORVEL_RETURN_IF_ERROR(copied);
     ORVEL_RETURN_IF_ERROR(FlushFileSystem(tmp, ctx.d->layout.tmp));
     std::lock_guard<std::mutex> lock(ctx.d->write_mu);
     Resolved dest;
