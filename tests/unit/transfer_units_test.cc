@@ -2,6 +2,7 @@
 // conflict policies as the wire gives them, office types, and the task
 // table's state changes.
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -120,11 +121,11 @@ class TaskStoreTest : public ::testing::Test {
     store_.reset();
     File::Remove(dir_);
   }
-  void Add(const std::string& id, int64_t created) {
+  void Add(const std::string& id, int64_t created, const std::string& owner = "alice") {
     syncd::TaskRow r;
     r.task_id = id;
     r.kind = "copy";
-    r.owner = "alice";
+    r.owner = owner;
     r.state = "queued";
     r.args = "x";
     r.created = created;
@@ -173,6 +174,52 @@ TEST_F(TaskStoreTest, CancelEndsAQueuedTaskAndMarksARunningOne) {
   EXPECT_EQ(row.state, "running");
   EXPECT_TRUE(row.cancel_requested);
   EXPECT_EQ(store_->Get("nope", &row).code(), kErrNotFound);
+}
+
+TEST_F(TaskStoreTest, ListsOneOwnersTasksNewestFirstByPageAndState) {
+  for (int i = 0; i < 5; ++i) Add("a" + std::to_string(i), 100 + i);
+  Add("b0", 200, "bob");
+  ASSERT_TRUE(store_->Finish("a1", "finished", "", 0, "", 300).ok());
+  ASSERT_TRUE(store_->Finish("a3", "cancelled", "", -1116, "task cancelled", 300).ok());
+  ASSERT_TRUE(store_->SetProgress("a4", 2, 4, 512, 1024).ok());
+  std::vector<syncd::TaskRow> rows;
+  uint64_t total = 0;
+  ASSERT_TRUE(store_->ListOwned("alice", {}, 1, 2, &rows, &total).ok());
+  EXPECT_EQ(total, 5u);
+  ASSERT_EQ(rows.size(), 2u);
+  EXPECT_EQ(rows[0].task_id, "a3");
+  EXPECT_EQ(rows[1].task_id, "a2");
+  ASSERT_TRUE(store_->ListOwned("alice", {"finished", "cancelled"}, 0, 10, &rows, &total).ok());
+  EXPECT_EQ(total, 2u);
+  ASSERT_EQ(rows.size(), 2u);
+  EXPECT_EQ(rows[0].task_id, "a3");
+  EXPECT_EQ(rows[1].task_id, "a1");
+  ASSERT_TRUE(store_->ListOwned("alice", {"queued"}, 0, 1, &rows, &total).ok());
+  EXPECT_EQ(total, 3u);
+  ASSERT_EQ(rows.size(), 1u);
+  EXPECT_EQ(rows[0].task_id, "a4");
+  EXPECT_EQ(rows[0].done, 2u);
+  EXPECT_EQ(rows[0].bytes_done, 512u);
+  EXPECT_EQ(rows[0].bytes_total, 1024u);
+  ASSERT_TRUE(store_->ListOwned("carol", {}, 0, 10, &rows, &total).ok());
+  EXPECT_EQ(total, 0u);
+  EXPECT_TRUE(rows.empty());
+
+  // The owner's rows are found through the owner index, in its order.
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open((dir_ + "/sync.db").c_str(), &db), SQLITE_OK);
+  sqlite3_stmt* st = nullptr;
+  ASSERT_EQ(sqlite3_prepare_v2(db,
+                               "EXPLAIN QUERY PLAN SELECT task_id FROM tasks WHERE owner = 'alice' AND"
+                               " ('' = '' OR instr('', state) > 0) ORDER BY id DESC LIMIT 2 OFFSET 1",
+                               -1, &st, nullptr),
+            SQLITE_OK);
+  std::string plan;
+  while (sqlite3_step(st) == SQLITE_ROW) plan += reinterpret_cast<const char*>(sqlite3_column_text(st, 3));
+  sqlite3_finalize(st);
+  sqlite3_close(db);
+  EXPECT_NE(plan.find("USING INDEX tasks_owner"), std::string::npos) << plan;
+  EXPECT_EQ(plan.find("TEMP B-TREE"), std::string::npos) << plan;
 }
 
 TEST_F(TaskStoreTest, PrunesOnlyTasksThatEndedLongAgo) {

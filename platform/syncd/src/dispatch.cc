@@ -145,6 +145,7 @@ const std::vector<OpSpec>& OpTable() {
       {"revision_list", OpRevisionList, kOpCaller | kOpEnabled | kOpStore},
       {"revision_download", OpRevisionDownload, kOpCaller | kOpEnabled | kOpStore},
       {"revision_restore", OpRevisionRestore, kOpCaller | kOpEnabled | kOpWrite | kOpStore},
+      {"task_list", OpTaskList, kOpCaller | kOpStore},
   };
   return kOps;
 }

@@ -21,6 +21,7 @@ Status OpDownload(RequestContext& ctx, const PObject& args, PObject* result);
 Status OpDownloadDryRun(RequestContext& ctx, const PObject& args, PObject* result);
 Status OpDownloadTaskResult(RequestContext& ctx, const PObject& args, PObject* result);
 
+Status OpTaskList(RequestContext& ctx, const PObject& args, PObject* result);  // ops_tasks.cc
 Status OpTaskGet(RequestContext& ctx, const PObject& args, PObject* result);
 Status OpTaskCancel(RequestContext& ctx, const PObject& args, PObject* result);
 Status OpAdminTaskList(RequestContext& ctx, const PObject& args, PObject* result);

@@ -43,14 +43,29 @@ PObject DecodeOr(const std::string& blob, PObject def) {
 
 }  // namespace
 
-void TaskContext::Progress(uint64_t done, uint64_t total) {
+void TaskContext::Progress(uint64_t done, uint64_t total, uint64_t bytes_done, uint64_t bytes_total) {
+  done_ = done;
+  total_ = total;
+  bytes_done_ = bytes_done;
+  bytes_total_ = bytes_total;
+  const bool half = !half_hook_ran_ && total > 1 && done < total && done * 2 >= total;
   int64_t now = NowMs();
-  if (done < total && now - last_progress_ms_ < kProgressEveryMs) return;
+  if (!half && done < total && now - last_progress_ms_ < kProgressEveryMs) return;
   last_progress_ms_ = now;
-  runner_->SaveProgress(row.task_id, done, total);
+  runner_->SaveProgress(row.task_id, done, total, bytes_done, bytes_total);
+  if (half) {
+    half_hook_ran_ = true;
+    RunHook("task-progress-" + row.kind);  // a test reads or cancels the task here
+  }
+}
+
+void TaskContext::FlushProgress() {
+  runner_->SaveProgress(row.task_id, done_, total_, bytes_done_, bytes_total_);
 }
 
 bool TaskContext::Cancelled() const { return runner_->CancelRequested(row.task_id); }
+
+bool TaskContext::CancelledByRequest() const { return runner_->CancelAsked(row.task_id); }
 
 std::string TaskContext::TempName(const std::string& suffix) const {
   return "task-" + row.task_id + "-" + suffix;
@@ -89,6 +104,8 @@ PObject TaskToPObject(const TaskRow& r) {
   p["state"] = r.state;
   p["progress"]["done"] = static_cast<unsigned long long>(r.done);
   p["progress"]["total"] = static_cast<unsigned long long>(r.total);
+  p["progress"]["bytes_done"] = static_cast<unsigned long long>(r.bytes_done);
+  p["progress"]["bytes_total"] = static_cast<unsigned long long>(r.bytes_total);
   p["result"] = DecodeOr(r.result, PObject::MakeMap());
   p["error"]["code"] = r.error_code;
   p["error"]["message"] = r.error_message;
@@ -178,6 +195,13 @@ Status TaskRunner::List(const std::string& owner, size_t limit, std::vector<Task
   return store_->List(owner, limit, out);
 }
 
+Status TaskRunner::ListOwned(const std::string& owner, const std::vector<std::string>& states,
+                             uint64_t offset, uint64_t limit, std::vector<TaskRow>* out, uint64_t* total) {
+  std::lock_guard<std::mutex> lock(store_mu_);
+  if (!store_) return Status(kErrBusy, "tasks are not available");
+  return store_->ListOwned(owner, states, offset, limit, out, total);
+}
+
 Status TaskRunner::Cancel(const std::string& task_id) {
   TaskRow row;
   ORVEL_RETURN_IF_ERROR(Get(task_id, &row));
@@ -210,9 +234,15 @@ bool TaskRunner::CancelRequested(const std::string& task_id) {
   return stop_ || cancel_.count(task_id) > 0;
 }
 
-void TaskRunner::SaveProgress(const std::string& task_id, uint64_t done, uint64_t total) {
+bool TaskRunner::CancelAsked(const std::string& task_id) {
+  std::lock_guard<std::mutex> lock(mu_);
+  return cancel_.count(task_id) > 0;
+}
+
+void TaskRunner::SaveProgress(const std::string& task_id, uint64_t done, uint64_t total, uint64_t bytes_done,
+                              uint64_t bytes_total) {
   std::lock_guard<std::mutex> lock(store_mu_);
-  Status st = store_->SetProgress(task_id, done, total);
+  Status st = store_->SetProgress(task_id, done, total, bytes_done, bytes_total);
   if (!st.ok()) SLOG_WARN("task %s: progress: %s", task_id.c_str(), st.ToString().c_str());
 }
 

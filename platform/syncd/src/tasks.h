@@ -53,10 +53,18 @@ class TaskContext {
   Caller caller;                         // the task's owner
   PObject result = PObject::MakeMap();   // stored when the task finishes
 
-  // Records progress (written at most a few times a second).
-  void Progress(uint64_t done, uint64_t total);
+  // Records progress in items and, where the kind knows them, bytes
+  // (written at most a few times a second, and always when done reaches
+  // total). The first time done reaches half of total the progress is
+  // written and the hook point "task-progress-<kind>" runs.
+  void Progress(uint64_t done, uint64_t total, uint64_t bytes_done = 0, uint64_t bytes_total = 0);
+  // Writes the last progress recorded, now (before a task ends early).
+  void FlushProgress();
   // True once the task was cancelled or the daemon is stopping.
   bool Cancelled() const;
+  // True once the task's owner (or an administrator) cancelled it; a daemon
+  // that stops does not count.
+  bool CancelledByRequest() const;
   // A temp path for this task: <@tmp>/task-<id>-<suffix> (removed by
   // recovery if the daemon dies).
   std::string TempPath(const std::string& suffix) const;
@@ -66,6 +74,8 @@ class TaskContext {
  private:
   TaskRunner* runner_;
   int64_t last_progress_ms_ = 0;
+  bool half_hook_ran_ = false;
+  uint64_t done_ = 0, total_ = 0, bytes_done_ = 0, bytes_total_ = 0;  // the last recorded
 };
 
 using TaskFn = Status (*)(TaskContext& ctx);
@@ -97,13 +107,18 @@ class TaskRunner {
   // kErrTaskNotFound when there is no such task.
   Status Get(const std::string& task_id, TaskRow* out);
   Status List(const std::string& owner, size_t limit, std::vector<TaskRow>* out);
+  // One owner's tasks (TaskStore::ListOwned).
+  Status ListOwned(const std::string& owner, const std::vector<std::string>& states, uint64_t offset,
+                   uint64_t limit, std::vector<TaskRow>* out, uint64_t* total);
   // Cancels a queued or running task; an ended task is left as it is.
   Status Cancel(const std::string& task_id);
   // Waits up to timeout_ms for the task to end; *out is its last state.
   Status Wait(const std::string& task_id, int64_t timeout_ms, TaskRow* out);
 
   bool CancelRequested(const std::string& task_id);
-  void SaveProgress(const std::string& task_id, uint64_t done, uint64_t total);
+  bool CancelAsked(const std::string& task_id);  // by a request, not by Stop()
+  void SaveProgress(const std::string& task_id, uint64_t done, uint64_t total, uint64_t bytes_done,
+                    uint64_t bytes_total);
 
  private:
   void Worker();
@@ -122,7 +137,8 @@ class TaskRunner {
 };
 
 // The wire's view of a task row: {task_id, kind, owner, state, progress
-// {done, total}, result, error {code, message}, created, started, finished}.
+// {done, total, bytes_done, bytes_total}, result, error {code, message},
+// created, started, finished, attempts}.
 PObject TaskToPObject(const TaskRow& row);
 
 // A link visitor's task (download staging) belongs to no account: its owner

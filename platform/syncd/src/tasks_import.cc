@@ -128,7 +128,7 @@ Status RunImportTask(TaskContext& ctx) {
         StageFromDisk(from.dir.get(), from.name, src, tmp, temp, ctx.caller.user.name, &progress, &staged));
     ORVEL_RETURN_IF_ERROR(PlaceInto(ctx, store.get(), dest, staged, temp, policy, src));
   }
-  ctx.Progress(progress.items, progress.items);
+  ctx.Progress(progress.items, progress.items, progress.bytes, progress.bytes);
   return Status::OK();
 }
 

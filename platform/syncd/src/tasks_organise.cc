@@ -57,13 +57,14 @@ void AddResult(TaskContext& ctx, const std::string& source, const Resolved& dest
 }
 
 // Items and bytes of every source, for progress.
-uint64_t TotalItems(RequestContext& rc, const std::vector<std::string>& ids) {
+void CountTotals(RequestContext& rc, const std::vector<std::string>& ids, StageProgress* progress) {
   TreeCount c;
   for (const std::string& id : ids) {
     Resolved r;
     if (ResolveId(rc, id, TransferUse::kRead, &r).ok()) CountSubtree(rc.store.get(), r.node, &c);
   }
-  return c.items;
+  progress->total = c.items;
+  progress->total_bytes = c.bytes;
 }
 
 Status RunCopy(TaskContext& ctx) {
@@ -75,7 +76,7 @@ Status RunCopy(TaskContext& ctx) {
   ctx.result["items"] = PObject::MakeArray();
   StageProgress progress;
   progress.task = &ctx;
-  progress.total = TotalItems(rc, a.sources);
+  CountTotals(rc, a.sources, &progress);
   for (size_t i = 0; i < a.sources.size(); ++i) {
     Resolved src;
     ORVEL_RETURN_IF_ERROR(ResolveId(rc, a.sources[i], TransferUse::kRead, &src));
@@ -85,8 +86,11 @@ Status RunCopy(TaskContext& ctx) {
     ItemAt from;
     ORVEL_RETURN_IF_ERROR(OpenItemAt(*ctx.d, src.node.owner, src.components, &from));
     StagedNode staged;
-    ORVEL_RETURN_IF_ERROR(StageFromStore(store.get(), src.node, from.dir.get(), from.path, tmp, temp, &progress,
-                                         &staged));
+    // Cancelled mid-way by a request, the items copied so far are placed and
+    // kept; a daemon that stops takes the item back (recovery fails the task).
+    const Status copied = StageFromStore(store.get(), src.node, from.dir.get(), from.path, tmp, temp, &progress,
+                                         &staged);
+    if (copied.code() != kErrTaskCancelled || !ctx.CancelledByRequest()) ORVEL_RETURN_IF_ERROR(copied);
     ORVEL_RETURN_IF_ERROR(FlushFileSystem(tmp, ctx.d->layout.tmp));
     std::lock_guard<std::mutex> lock(ctx.d->write_mu);
     Resolved dest;
@@ -96,8 +100,12 @@ Status RunCopy(TaskContext& ctx) {
     PlaceOutcome o;
     ORVEL_RETURN_IF_ERROR(PlaceStaged(*ctx.d, store.get(), dest, staged, tmp, temp, a.policy, &o));
     AddResult(ctx, src.ViewPath(), dest, o);
+    if (!copied.ok()) {
+      ctx.FlushProgress();
+      return copied;
+    }
   }
-  ctx.Progress(progress.items, progress.items);
+  ctx.Progress(progress.items, progress.items, progress.bytes, progress.bytes);
   return Status::OK();
 }
 
@@ -216,7 +224,7 @@ Status RunDownload(TaskContext& ctx) {
   ORVEL_RETURN_IF_ERROR(OpenFolderAt(ctx.d->dirs.tmp(), ctx.TempName("staging"), staging, &staged));
   StageProgress progress;
   progress.task = &ctx;
-  progress.total = TotalItems(rc, ids);
+  CountTotals(rc, ids, &progress);
   std::set<std::string> used;
   for (const std::string& id : ids) {
     Resolved src;
@@ -228,7 +236,7 @@ Status RunDownload(TaskContext& ctx) {
     ORVEL_RETURN_IF_ERROR(OpenItemAt(*ctx.d, src.node.owner, src.components, &from));
     ORVEL_RETURN_IF_ERROR(LinkTree(store.get(), src.node, from.dir.get(), from.path, staged.get(), name, &progress));
   }
-  ctx.Progress(progress.items, progress.items);
+  ctx.Progress(progress.items, progress.items, progress.bytes, progress.bytes);
   ctx.result["path"] = staging;
   ctx.result["items"] = static_cast<unsigned long long>(progress.items);
   ctx.result["size"] = static_cast<unsigned long long>(progress.bytes);

@@ -58,7 +58,7 @@ Status CopyFileContent(int src_fd, int dst_fd, const std::string& dst_path);
 // Progress of a staging walk: items and bytes done so far.
 struct StageProgress {
   TaskContext* task = nullptr;  // may be null (no progress, never cancelled)
-  uint64_t items = 0, bytes = 0, total = 0;
+  uint64_t items = 0, bytes = 0, total = 0, total_bytes = 0;
   Status Step(uint64_t bytes_done);  // kErrTaskCancelled once cancelled
 };
 
@@ -67,7 +67,9 @@ struct StageProgress {
 // dst_dir, giving every copy a new file id. Rows come from the database;
 // content from the disk, opened without following links: a link item is
 // copied as a link (its target text), a link where the row has a file or a
-// folder fails with kErrPermission.
+// folder fails with kErrPermission. When the task is cancelled (progress
+// answers kErrTaskCancelled), *out and the staged entry hold the items
+// staged whole so far, so the caller may place them.
 Status StageFromStore(Store* store, const Node& src, int src_dir, const std::string& src_path, int dst_dir,
                       const std::string& dst_name, StageProgress* progress, StagedNode* out);
 

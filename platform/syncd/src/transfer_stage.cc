@@ -129,8 +129,8 @@ Status StageProgress::Step(uint64_t bytes_done) {
   ++items;
   bytes += bytes_done;
   if (!task) return Status::OK();
+  task->Progress(items, std::max(total, items), bytes, std::max(total_bytes, bytes));
   if (task->Cancelled()) return Status(kErrTaskCancelled, "task cancelled");
-  task->Progress(items, std::max(total, items));
   return Status::OK();
 }
 
@@ -184,9 +184,12 @@ Status StageFromStore(Store* store, const Node& src, int src_dir, const std::str
   ORVEL_RETURN_IF_ERROR(LiveChildren(store, src.file_id, &kids));
   out->children.resize(kids.size());
   for (size_t i = 0; i < kids.size(); ++i) {
-    ORVEL_RETURN_IF_ERROR(StageFromStore(store, kids[i], from.get(), src_path + "/" + kids[i].name, to.get(),
-                                         kids[i].name, progress, &out->children[i]));
+    Status st = StageFromStore(store, kids[i], from.get(), src_path + "/" + kids[i].name, to.get(), kids[i].name,
+                               progress, &out->children[i]);
     out->children[i].row.parent_id = out->row.file_id;
+    // A cancel comes after an item is staged whole: the tree keeps what is staged so far.
+    if (st.code() == kErrTaskCancelled) out->children.resize(i + 1);
+    ORVEL_RETURN_IF_ERROR(st);
   }
   return Status::OK();
 }

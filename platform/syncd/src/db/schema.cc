@@ -159,7 +159,7 @@ const std::vector<Migration>& SqliteMigrations() {
                                               {10, kBrowseSchemaV10}, {11, kBrowseSchemaV11},
                                               {20, kTasksMigrationSql}, {21, kBrowseSchemaV21},
                                               {22, kV22}, {23, kV23}, {24, kV24},
-                                              {25, kBrowseSchemaV25}};
+                                              {25, kBrowseSchemaV25}, {27, kTaskBytesMigrationSql}};
   return kAll;
 }
 

@@ -34,12 +34,18 @@ CREATE INDEX tasks_state ON tasks(state, id);
 CREATE INDEX tasks_owner ON tasks(owner, id);
 )SQL";
 
+// Version 27: progress in bytes beside items.
+const char kTaskBytesMigrationSql[] = R"SQL(
+ALTER TABLE tasks ADD COLUMN bytes_done INTEGER NOT NULL DEFAULT 0;
+ALTER TABLE tasks ADD COLUMN bytes_total INTEGER NOT NULL DEFAULT 0;
+)SQL";
+
 namespace {
 
 constexpr int kBusyTimeoutMs = 15000;
 const char kCols[] =
     "task_id, kind, owner, state, args, result, done, total, error_code, error_message, created,"
-    " started, finished, attempts, cancel_requested";
+    " started, finished, attempts, cancel_requested, bytes_done, bytes_total";
 
 using Stmt = CachedStmt;
 
@@ -59,6 +65,8 @@ void ReadRow(const Stmt& s, TaskRow* r) {
   r->finished = s.Int(12);
   r->attempts = static_cast<int>(s.Int(13));
   r->cancel_requested = s.Int(14) != 0;
+  r->bytes_done = static_cast<uint64_t>(s.Int(15));
+  r->bytes_total = static_cast<uint64_t>(s.Int(16));
 }
 
 class SqliteTaskStore : public TaskStore {
@@ -97,6 +105,29 @@ class SqliteTaskStore : public TaskStore {
     return Collect(s, out);
   }
 
+  Status ListOwned(const std::string& owner, const std::vector<std::string>& states, uint64_t offset,
+                   uint64_t limit, std::vector<TaskRow>* out, uint64_t* total) override {
+    out->clear();
+    *total = 0;
+    // ",queued,running," or "" for every state: one statement whatever the filter.
+    std::string set;
+    for (const std::string& st : states) set += "," + st;
+    if (!set.empty()) set += ",";
+    const char kWhere[] = " FROM tasks WHERE owner = ?1 AND (?2 = '' OR instr(?2, ',' || state || ',') > 0)";
+    {
+      Stmt s = Prepare(std::string("SELECT COUNT(*)") + kWhere);
+      s.Bind(1, owner).Bind(2, set);
+      Status st;
+      if (s.Step(&st)) *total = static_cast<uint64_t>(s.Int(0));
+      while (s.Step(&st)) {
+      }
+      ORVEL_RETURN_IF_ERROR(st);
+    }
+    Stmt s = Prepare(std::string("SELECT ") + kCols + kWhere + " ORDER BY id DESC LIMIT ?3 OFFSET ?4");
+    s.Bind(1, owner).Bind(2, set).Bind(3, static_cast<int64_t>(limit)).Bind(4, static_cast<int64_t>(offset));
+    return Collect(s, out);
+  }
+
   Status ClaimNext(int64_t now, TaskRow* out, bool* found) override {
     *found = false;
     Stmt s = Prepare(std::string("UPDATE tasks SET state = 'running', started = ?1,"
@@ -114,9 +145,12 @@ class SqliteTaskStore : public TaskStore {
     return st;
   }
 
-  Status SetProgress(const std::string& task_id, uint64_t done, uint64_t total) override {
-    Stmt s = Prepare("UPDATE tasks SET done = ?2, total = ?3 WHERE task_id = ?1");
+  Status SetProgress(const std::string& task_id, uint64_t done, uint64_t total, uint64_t bytes_done,
+                     uint64_t bytes_total) override {
+    Stmt s = Prepare(
+        "UPDATE tasks SET done = ?2, total = ?3, bytes_done = ?4, bytes_total = ?5 WHERE task_id = ?1");
     s.Bind(1, task_id).Bind(2, static_cast<int64_t>(done)).Bind(3, static_cast<int64_t>(total));
+    s.Bind(4, static_cast<int64_t>(bytes_done)).Bind(5, static_cast<int64_t>(bytes_total));
     return s.Run();
   }
 

@@ -3,6 +3,7 @@
 #include "webapi/orvel/task/get.h"
 
 #include "orvel/client/client_common.h"
+#include "webapi/orvel/task/task-json.h"
 
 namespace {
 constexpr const char kLogSource[] = "task-get";
@@ -28,7 +29,7 @@ int TaskGetHandler::Handle(const RequestAuthentication& auth, BridgeRequest& req
     return -1;
   }
   Json::Value data(Json::objectValue);
-  data["task"] = orvel::client::ToJson(result["task"]);
+  data["task"] = orvel::client::TaskJson(result["task"]);
   response.SetJsonResponse(std::move(data));
   return 0;
 }
