@@ -71,15 +71,6 @@ class AccessMatrixTest : public ::testing::TestWithParam<matrix::Group>, public 
     MakeItems();
   }
 
-  std::unique_ptr<Nimbard> TaskClient(const std::string& user) override {
-    auto n = std::make_unique<Nimbard>();
-    n->SetServer("unix:/tmp/cloud-syncservice", 0);
-    n->SetUser(user, "", "");
-    n->SetServerVersion(11061);
-    n->SetTimeout(60);
-    return n;
-  }
-
   // A server folder every user may import from, and a stand-in for
   // LibreOffice that writes the converted file (the matrix tests who may
   // convert, not the conversion).

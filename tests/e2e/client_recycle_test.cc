@@ -27,14 +27,6 @@ class ClientRecycleTest : public ::testing::Test, public TaskHelpers {
     port_ = stack_->StartHttp();
   }
   static void TearDownTestSuite() { delete stack_; }
-  std::unique_ptr<Nimbard> TaskClient(const std::string& user) override {
-    auto n = std::make_unique<Nimbard>();
-    n->SetServer("unix:/tmp/cloud-syncservice", 0);
-    n->SetUser(user, "", "");
-    n->SetServerVersion(11061);
-    n->SetTimeout(60);
-    return n;
-  }
   static ApiClient As(const std::string& user) {
     ApiClient client(port_);
     EXPECT_TRUE(client.Login(user, user + "-password"));

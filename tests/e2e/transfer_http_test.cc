@@ -40,14 +40,6 @@ class TransferHttpTest : public ::testing::Test, public TaskHelpers {
   static void TearDownTestSuite() {
     delete stack_;
   }
-  std::unique_ptr<Nimbard> TaskClient(const std::string& user) override {
-    auto n = std::make_unique<Nimbard>();
-    n->SetServer("unix:/tmp/cloud-syncservice", 0);
-    n->SetUser(user, "", "");
-    n->SetServerVersion(11061);
-    n->SetTimeout(60);
-    return n;
-  }
   static void Fill(const std::string& dir, int count, size_t size) {
     ::mkdir(dir.substr(0, dir.find_last_of('/')).c_str(), 0750);
     ::mkdir(dir.c_str(), 0750);

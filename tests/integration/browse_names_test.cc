@@ -29,14 +29,6 @@ class NamesTest : public ::testing::Test, public TaskHelpers {
     p["type"] = "folder";
     ASSERT_TRUE(stack_->Call("alice", "create", p)["success"].asBool());
   }
-  std::unique_ptr<Nimbard> TaskClient(const std::string& user) override {
-    auto n = std::make_unique<Nimbard>();
-    n->SetServer("unix:/tmp/cloud-syncservice", 0);
-    n->SetUser(user, "", "");
-    n->SetServerVersion(11061);
-    n->SetTimeout(60);
-    return n;
-  }
   std::string Docs() const { return stack_->HomeDir("alice") + "/Docs/"; }
   // Files made on disk behind the service's back, indexed by the start-up
   // reconciliation of a restarted daemon.

@@ -57,14 +57,6 @@ class ConfineTest : public ::testing::Test, public TaskHelpers {
     unsetenv("ORVEL_SYNCD_HOOKS");
     Sh("rm -rf " + Q(hooks_));
   }
-  std::unique_ptr<Nimbard> TaskClient(const std::string& user) override {
-    auto n = std::make_unique<Nimbard>();
-    n->SetServer("unix:/tmp/cloud-syncservice", 0);
-    n->SetUser(user, "", "");
-    n->SetServerVersion(11061);
-    n->SetTimeout(60);
-    return n;
-  }
 
   static std::string Q(const std::string& s) { return "'" + s + "'"; }
   static void Sh(const std::string& cmd) { ASSERT_EQ(system(cmd.c_str()), 0) << cmd; }

@@ -23,14 +23,6 @@ class TransferModuleTest : public ::testing::Test, public TaskHelpers {
     stack_->AddUser("alice");
     stack_->AddUser("bob");
   }
-  std::unique_ptr<Nimbard> TaskClient(const std::string& user) override {
-    auto n = std::make_unique<Nimbard>();
-    n->SetServer("unix:/tmp/cloud-syncservice", 0);
-    n->SetUser(user, "", "");
-    n->SetServerVersion(11061);
-    n->SetTimeout(60);
-    return n;
-  }
   Json::Value Create(const std::string& path, const std::string& content = "",
                      const std::string& conflict = "") {
     Json::Value p;

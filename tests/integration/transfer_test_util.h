@@ -21,7 +21,17 @@ namespace orvel::test {
 class TaskHelpers {
  public:
   virtual ~TaskHelpers() = default;
-  virtual std::unique_ptr<Nimbard> TaskClient(const std::string& user) = 0;
+  // A client of the daemon as user, over the socket of the stack this
+  // process set up (ZEMO_ROOT); tests that start the daemon themselves
+  // override it.
+  virtual std::unique_ptr<Nimbard> TaskClient(const std::string& user) {
+    auto n = std::make_unique<Nimbard>();
+    n->SetServer("unix:/tmp/cloud-syncservice", 0);
+    n->SetUser(user, "", "");
+    n->SetServerVersion(11061);
+    n->SetTimeout(60);
+    return n;
+  }
 
   static PObject Strings(const std::vector<std::string>& v) {
     PObject a = PObject::MakeArray();

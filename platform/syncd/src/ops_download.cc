@@ -107,18 +107,23 @@ Status OpDownload(RequestContext& ctx, const PObject& args, PObject* result) {
     return Status::OK();
   }
   std::string temp_dir;
-  ORVEL_RETURN_IF_ERROR(ArgString(args, "temp_dir", &temp_dir));
-  while (temp_dir.size() > 1 && temp_dir.back() == '/') temp_dir.pop_back();
-  ORVEL_RETURN_IF_ERROR(CheckUnlinkPath(temp_dir, ctx.d->layout.tmp));
   ScopedFd dir;
-  Status st = OpenTmpFolder(*ctx.d, temp_dir, &dir);
-  if (st.code() == kErrPermission) return st;
-  if (!st.ok()) return Status(kErrNotFolder, "temp_dir is not a folder: " + temp_dir);
+  ORVEL_RETURN_IF_ERROR(OpenDownloadFolder(*ctx.d, args, &temp_dir, &dir));
   const Resolved& f = items.front();
   const std::string dst = temp_dir + "/" + f.node.name;
   ORVEL_RETURN_IF_ERROR(HandOver(*ctx.d, f, dir.get(), f.node.name, dst));
   (*result)["file_path"] = dst;
   (*result)["file_name"] = orvel::ValidUtf8(f.node.name);  // the name the browser saves: valid UTF-8
+  return Status::OK();
+}
+
+Status OpenDownloadFolder(const Daemon& d, const PObject& args, std::string* temp_dir, ScopedFd* dir) {
+  ORVEL_RETURN_IF_ERROR(ArgString(args, "temp_dir", temp_dir));
+  while (temp_dir->size() > 1 && temp_dir->back() == '/') temp_dir->pop_back();
+  ORVEL_RETURN_IF_ERROR(CheckUnlinkPath(*temp_dir, d.layout.tmp));
+  Status st = OpenTmpFolder(d, *temp_dir, dir);
+  if (st.code() == kErrPermission) return st;
+  if (!st.ok()) return Status(kErrNotFolder, "temp_dir is not a folder: " + *temp_dir);
   return Status::OK();
 }
 

@@ -98,17 +98,12 @@ Status OpRevisionDownload(RequestContext& ctx, const PObject& args, PObject* res
   RevisionRow rev;
   ORVEL_RETURN_IF_ERROR(FindRevision(ctx, args, item, &rev));
   std::string temp_dir;
-  ORVEL_RETURN_IF_ERROR(ArgString(args, "temp_dir", &temp_dir));
-  while (temp_dir.size() > 1 && temp_dir.back() == '/') temp_dir.pop_back();
-  ORVEL_RETURN_IF_ERROR(CheckUnlinkPath(temp_dir, ctx.d->layout.tmp));
   ScopedFd dir;
-  Status st = OpenTmpFolder(*ctx.d, temp_dir, &dir);
-  if (st.code() == kErrPermission) return st;
-  if (!st.ok()) return Status(kErrNotFolder, "temp_dir is not a folder: " + temp_dir);
+  ORVEL_RETURN_IF_ERROR(OpenDownloadFolder(*ctx.d, args, &temp_dir, &dir));
   ScopedFd in;
   ORVEL_RETURN_IF_ERROR(OpenKept(ctx, rev, &in));
   const std::string name = item.node.name, dst = temp_dir + "/" + name;
-  st = LinkFdAt(in.get(), dir.get(), name, dst);
+  Status st = LinkFdAt(in.get(), dir.get(), name, dst);
   if (!st.ok() && st.code() != kErrNameExists) {  // no link possible: a copy
     ScopedFd out;
     ORVEL_RETURN_IF_ERROR(CreateFileAt(dir.get(), name, 0640, dst, &out));

@@ -84,6 +84,11 @@ Status StageFromDisk(int src_dir, const std::string& src_name, const std::string
 // Flushes everything written to the file system of the open fd (syncfs).
 Status FlushFileSystem(int fd, const std::string& path);
 
+// The "temp_dir" argument of a one-file download: the folder the web module
+// made in @tmp for it, trailing slashes dropped, opened beneath @tmp
+// (-402 outside @tmp, -1104 when it is not a folder).
+Status OpenDownloadFolder(const Daemon& d, const PObject& args, std::string* temp_dir, ScopedFd* dir);
+
 // The share of the configuration that holds the real path `real` and is
 // open to user: *root is the share's real root. kErrServerPathRefused when
 // none is, or when real touches the data folder.

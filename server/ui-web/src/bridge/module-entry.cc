@@ -33,8 +33,6 @@
 #include "webapi/orvel/file/upload.h"
 
 namespace {
-constexpr const char kLogSource[] = "webapi-bridge";
-constexpr const char kDebugSwitch[] = "/var/packages/ZemoraOrvel/target/etc/syncfolder.debug";
 constexpr const char kAllowedConflicts[] =
     "[\"skip\", \"stop\", \"version\", \"overwrite\", \"autorename\"]";
 
@@ -75,21 +73,7 @@ int Reject(ZEMO::APIResponse* response, const char* name, const char* reason) {
 }  // namespace
 
 extern "C" void Process(ZEMO::APIRequest* request, ZEMO::APIResponse* response) {
-  // Nothing may unwind into the framework: a failure that escapes the
-  // bridge (it writes the answer itself) becomes a plain internal error.
-  try {
-    WebAPIBridge bridge(request, response);
-    Logger::Initialize(0, "", kDebugSwitch, 50, 1);
-    RegisterHandlers(bridge);
-    bridge.Process();
-  } catch (const std::exception& e) {
-    orvel::module::Log(Logger::kError, kLogSource, __LINE__, "request failed: %s", e.what());
-    if (response->IsOutputEnabled()) {
-      Json::Value details(Json::objectValue);
-      details["message"] = "internal error";
-      response->SetError(401, details);
-    }
-  }
+  ServeWithFreshBridge(request, response, RegisterHandlers);
 }
 
 int ConvertOfficeParamCheck(ZEMO::APIRequest* request, ZEMO::APIResponse* response) {

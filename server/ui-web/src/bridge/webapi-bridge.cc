@@ -13,6 +13,7 @@
 namespace {
 constexpr const char kLogSource[] = "webapi-bridge";
 constexpr const char kSettingsKey[] = "PLX.App.PersonalSettings.Instance";
+constexpr const char kDebugSwitch[] = "/var/packages/ZemoraOrvel/target/etc/syncfolder.debug";
 
 std::string CompactJson(const Json::Value& value) {
   Json::StreamWriterBuilder builder;
@@ -175,4 +176,21 @@ std::string WebAPIBridge::ArchiveCodepage(const BridgeResponse& response) const 
   }
   if (codepage.empty()) codepage = "unicode";
   return codepage;
+}
+
+void ServeWithFreshBridge(ZEMO::APIRequest* request, ZEMO::APIResponse* response,
+                          void (*register_handlers)(WebAPIBridge&)) {
+  try {
+    WebAPIBridge bridge(request, response);
+    Logger::Initialize(0, "", kDebugSwitch, 50, 1);
+    register_handlers(bridge);
+    bridge.Process();
+  } catch (const std::exception& e) {
+    ORVEL_LOG_ERROR("request failed: %s", e.what());
+    if (response->IsOutputEnabled()) {
+      Json::Value details(Json::objectValue);
+      details["message"] = "internal error";
+      response->SetError(401, details);
+    }
+  }
 }

@@ -76,3 +76,11 @@ class WebAPIBridge {
   std::string reserved_;
   std::vector<std::string> auto_remove_;
 };
+
+// Serves one request of a module's Process: a fresh bridge, the handlers
+// that register_handlers adds, dispatch and the answer, then everything torn
+// down, so nothing survives from one request to the next. Nothing unwinds
+// into the framework: a failure that escapes the bridge (it writes the
+// answer itself) becomes 401 "internal error".
+void ServeWithFreshBridge(ZEMO::APIRequest* request, ZEMO::APIResponse* response,
+                          void (*register_handlers)(WebAPIBridge&));

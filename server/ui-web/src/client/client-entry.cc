@@ -4,9 +4,6 @@
 // through the same pipeline as the Files API (session, account and service
 // gates, answers, downloads). Each call builds a fresh bridge and fresh
 // handlers, so nothing survives from one request to the next.
-#include <exception>
-
-#include "bridge/module-log.h"
 #include "bridge/webapi-bridge.h"
 #include "webapi/orvel/recycle/register.h"
 #include "webapi/orvel/revision/register.h"
@@ -17,12 +14,18 @@
 #define ORVEL_CLIENT_EXPORT __attribute__((visibility("default")))
 
 namespace {
-constexpr const char kLogSource[] = "client-api";
-constexpr const char kDebugSwitch[] = "/var/packages/ZemoraOrvel/target/etc/syncfolder.debug";
 constexpr const char kTask[] = "ZEMO.ZemoraOrvel.Task";
 constexpr const char kRecycle[] = "ZEMO.ZemoraOrvel.Recycle";
 constexpr const char kRevision[] = "ZEMO.ZemoraOrvel.Revision";
 constexpr const char kSharing[] = "ZEMO.ZemoraOrvel.Sharing";
+
+void RegisterClientHandlers(WebAPIBridge& bridge) {
+  RegisterTaskHandlers(bridge);
+  RegisterRecycleHandlers(bridge);
+  RegisterRevisionHandlers(bridge);
+  RegisterSharingHandlers(bridge);
+}
+
 }  // namespace
 
 extern "C" {
@@ -55,23 +58,7 @@ ORVEL_CLIENT_EXPORT ZemoAPIEntry gTable[] = {
 ORVEL_CLIENT_EXPORT ZemoAPIEntry* GetAPITable() { return gTable; }
 
 void Process(ZEMO::APIRequest* request, ZEMO::APIResponse* response) {
-  // Nothing may unwind into the framework.
-  try {
-    WebAPIBridge bridge(request, response);
-    Logger::Initialize(0, "", kDebugSwitch, 50, 1);
-    RegisterTaskHandlers(bridge);
-    RegisterRecycleHandlers(bridge);
-    RegisterRevisionHandlers(bridge);
-    RegisterSharingHandlers(bridge);
-    bridge.Process();
-  } catch (const std::exception& e) {
-    orvel::module::Log(Logger::kError, kLogSource, __LINE__, "request failed: %s", e.what());
-    if (response->IsOutputEnabled()) {
-      Json::Value details(Json::objectValue);
-      details["message"] = "internal error";
-      response->SetError(401, details);
-    }
-  }
+  ServeWithFreshBridge(request, response, RegisterClientHandlers);
 }
 
 }  // extern "C"
