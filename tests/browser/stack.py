@@ -68,9 +68,9 @@ class Stack:
         self.orvelctl("user", "add", USER, "--password", PASSWORD)
         if before_daemon:
             before_daemon(self)
-        log = open(os.path.join(self.logdir, "orvel-syncd.log"), "ab")
-        self.daemon = subprocess.Popen([self._bin("platform/syncd/orvel-syncd")], env=self.env,
-                                       stdout=log, stderr=log)
+        with open(os.path.join(self.logdir, "orvel-syncd.log"), "ab") as log:
+            self.daemon = subprocess.Popen([self._bin("platform/syncd/orvel-syncd")],
+                                           env=self.env, stdout=log, stderr=log)
         sock = os.path.join(self.root, "tmp/cloud-syncservice")
         wait_for(lambda: os.path.exists(sock) or self.daemon.poll() is not None, "orvel-syncd")
         if self.daemon.poll() is not None:

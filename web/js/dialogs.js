@@ -71,8 +71,10 @@ export async function pickFolder(title, start, okLabel) {
     const parts = path.split("/").filter(Boolean);
     parts.forEach((part, i) => {
       const target = "/" + parts.slice(0, i + 1).join("/");
-      crumbs.append(h("button.link", { type: "button", onclick: () => show(target) },
-        i === 0 ? "My files" : part), i < parts.length - 1 ? " / " : "");
+      const text = i === 0 ? "My files" : part;
+      crumbs.append(i === parts.length - 1 ? h("span", { "aria-current": "location" }, text)
+        : h("button.link", { type: "button", onclick: () => show(target) }, text),
+      i < parts.length - 1 ? " / " : "");
     });
     clear(list);
     status.textContent = "Loading…";

@@ -1,0 +1,215 @@
+"""Browser tests of the web client against the real stack.
+
+Run through tests/browser/run.sh BUILD_DIR (or with ORVEL_BUILD_DIR set).
+One stack and one browser serve the whole class; the tests run in order and
+build on each other's files, as a person's session would. Every step fails
+on a browser console error, and a failing test leaves a screenshot in the
+build folder.
+"""
+import os
+import sys
+import unittest
+import zipfile
+
+from selenium.webdriver.common.keys import Keys
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+import browser  # noqa: E402
+import stack  # noqa: E402
+
+BUILD = os.environ.get("ORVEL_BUILD_DIR", os.path.join(stack.REPO, "build"))
+
+
+class WebClientTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.stack = stack.Stack(BUILD)
+        cls.files = os.path.join(cls.stack.root, "upload-src")
+        os.makedirs(cls.files)
+        contents = {"notes.txt": "meeting notes about the quarterly budget\n",
+                    "report.txt": "the annual zephyrine report for the board\n",
+                    "todo.md": "buy milk\n" * 2000}
+        for name, text in contents.items():
+            with open(os.path.join(cls.files, name), "w") as f:
+                f.write(text)
+        try:
+            cls.b = browser.Browser(cls.stack.url)
+        except Exception:
+            cls.stack.close()
+            raise
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.b.close()
+        cls.stack.close()
+
+    def setUp(self):
+        self.b.console_errors()   # start each test with an empty log
+
+    def tearDown(self):
+        outcome = getattr(self, "_outcome", None)
+        errors = getattr(outcome, "errors", None) or []
+        result = getattr(outcome, "result", None)
+        failed = any(exc for _, exc in errors) or (
+            result is not None and any(t is self for t, _ in result.failures + result.errors))
+        if failed:
+            path = os.path.join(BUILD, "browser-%s.png" % self._testMethodName)
+            self.b.screenshot(path)
+            sys.stderr.write("screenshot: %s\n" % path)
+
+    def step_ok(self):
+        """Fails on any console error since the last call."""
+        errors = self.b.console_errors()
+        self.assertEqual([], errors, "browser console errors")
+
+    def login(self):
+        b = self.b
+        b.open()
+        b.visible("#login-account").send_keys(stack.USER)
+        b.find("#login-password").send_keys(stack.PASSWORD)
+        b.find("#login-submit").click()
+        b.visible("#breadcrumbs")
+        self.step_ok()
+
+    def row(self, name):
+        return self.b.visible('.vrow[data-name="%s"]' % name)
+
+    def select_only(self, name):
+        self.row(name).click()
+        self.b.wait(lambda: self.row(name).get_attribute("aria-selected") == "true", name + " selected")
+
+    def open_folder(self, path):
+        b = self.b
+        b.open("#/files" + path)
+        b.wait(lambda: b.find('#breadcrumbs [aria-current="page"]').text == path.split("/")[-1]
+               or (path == "/mydrive" and b.find('#breadcrumbs [aria-current="page"]').text == "My files"),
+               "breadcrumbs of " + path)
+        b.wait(lambda: "Loading" not in b.find("#list-status").text, "listing of " + path)
+
+    # -- tests, in order ---------------------------------------------------
+
+    def test_1_login_page_then_files(self):
+        b = self.b
+        b.open()
+        b.visible("#login-account")
+        self.assertIn("#/login", b.driver.current_url)
+        b.find("#login-account").send_keys(stack.USER)
+        b.find("#login-password").send_keys("wrong password")
+        b.find("#login-submit").click()
+        b.text_in("#login-error", "Wrong account name or password.")
+        self.step_ok()
+        b.find("#login-password").clear()
+        b.find("#login-password").send_keys(stack.PASSWORD)
+        b.find("#login-submit").click()
+        b.visible("#breadcrumbs")
+        self.assertTrue(b.driver.current_url.endswith("#/files/mydrive"))
+        b.text_in("#list-status", "This folder is empty.")
+        self.step_ok()
+
+    def test_2_new_folder(self):
+        b = self.b
+        self.open_folder("/mydrive")
+        b.find("#new-folder").click()
+        name = b.visible("#name-input")
+        name.send_keys(Keys.CONTROL, "a")
+        name.send_keys("Projects")
+        b.find("#name-dialog-ok").click()
+        self.row("Projects")
+        self.assertTrue(os.path.isdir(os.path.join(self.stack.home(), "Projects")))
+        b.find("#new-folder").click()
+        name = b.visible("#name-input")
+        name.send_keys(Keys.CONTROL, "a")
+        name.send_keys("Archive")
+        b.find("#name-dialog-ok").click()
+        self.row("Archive")
+        self.step_ok()
+
+    def test_3_upload_three_files_with_progress(self):
+        b = self.b
+        self.open_folder("/mydrive/Projects")
+        paths = [os.path.join(self.files, n) for n in ("notes.txt", "report.txt", "todo.md")]
+        b.find("#upload-input").send_keys("\n".join(paths))
+        b.visible("#upload-panel")
+        b.text_in("#upload-summary", "3 of 3 uploaded")
+        for item in b.find_all(".upload-item"):
+            bar = item.find_element("css selector", "progress")
+            self.assertEqual(bar.get_attribute("max"), bar.get_attribute("value"))
+            self.assertEqual("done", item.get_attribute("data-state"))
+        total = b.find("#upload-total")
+        self.assertEqual(total.get_attribute("max"), total.get_attribute("value"))
+        for name in ("notes.txt", "report.txt", "todo.md"):
+            self.row(name)
+        b.text_in("#list-status", "3 items")
+        with open(os.path.join(self.stack.home(), "Projects", "todo.md")) as f:
+            self.assertEqual("buy milk\n" * 2000, f.read())
+        self.step_ok()
+
+    def test_4_upload_taken_name_keep_both(self):
+        b = self.b
+        self.open_folder("/mydrive/Projects")
+        b.find("#upload-clear").click()
+        b.find("#upload-input").send_keys(os.path.join(self.files, "notes.txt"))
+        b.visible("#conflict-dialog")
+        b.find("#conflict-dialog-keep").click()
+        b.text_in("#upload-summary", "1 of 1 uploaded")
+        self.row("notes (1).txt")
+        self.step_ok()
+
+    def test_5_rename_move_star(self):
+        b = self.b
+        self.open_folder("/mydrive/Projects")
+        self.select_only("notes (1).txt")
+        b.find("#file-list").send_keys(Keys.F2)
+        name = b.visible("#name-input")
+        name.send_keys(Keys.CONTROL, "a")
+        name.send_keys("minutes.txt")
+        b.find("#name-dialog-ok").click()
+        self.row("minutes.txt")
+        self.step_ok()
+
+        self.select_only("minutes.txt")
+        b.find("#move-button").click()
+        b.visible("#picker-dialog nav button").click()   # "My files"
+        b.visible('#picker-list [data-path="/mydrive/Archive"]').click()
+        b.text_in("#picker-dialog nav", "Archive")
+        b.find("#picker-dialog-ok").click()
+        b.wait(lambda: not b.find_all('.vrow[data-name="minutes.txt"]'), "moved row gone")
+        self.assertTrue(os.path.isfile(os.path.join(self.stack.home(), "Archive", "minutes.txt")))
+        self.step_ok()
+
+        self.select_only("report.txt")
+        b.find("#star-button").click()
+        b.wait(lambda: "starred" in self.row("report.txt").get_attribute("aria-label"), "star shown")
+        self.assertEqual("Unstar", b.find("#star-button").text)
+        self.step_ok()
+
+    def test_6_search_snippet_highlighted(self):
+        b = self.b
+        box = b.visible("#search-input")
+        box.clear()
+        box.send_keys("zephyrine", Keys.ENTER)
+        b.text_in("#search-status", '1 result for "zephyrine"')
+        result = b.visible('.search-result[data-path="/mydrive/Projects/report.txt"]')
+        marks = result.find_elements("css selector", ".snippet mark")
+        self.assertEqual(["zephyrine"], [m.text for m in marks])
+        self.assertEqual("the annual zephyrine report for the board",
+                         result.find_element("css selector", ".snippet").text.strip())
+        self.step_ok()
+
+    def test_7_download_folder_as_zip(self):
+        b = self.b
+        self.open_folder("/mydrive")
+        self.select_only("Projects")
+        b.find("#download-button").click()
+        zip_path = os.path.join(b.downloads, "Projects.zip")
+        b.wait(lambda: os.path.exists(zip_path) and not any(
+            n.endswith(".crdownload") for n in os.listdir(b.downloads)), "Projects.zip downloaded")
+        with zipfile.ZipFile(zip_path) as z:
+            self.assertEqual(["Projects/", "Projects/notes.txt", "Projects/report.txt", "Projects/todo.md"],
+                             sorted(z.namelist()))
+            self.assertEqual(b"buy milk\n" * 2000, z.read("Projects/todo.md"))
+        self.step_ok()
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)
