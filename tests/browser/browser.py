@@ -74,6 +74,14 @@ class Browser:
     def console_errors(self):
         return [entry for entry in self.driver.get_log("browser") if entry["level"] == "SEVERE"]
 
+    def emulate_width(self, width, height=740):
+        """A phone-sized viewport (headless windows do not go below 500 px)."""
+        self.driver.execute_cdp_cmd("Emulation.setDeviceMetricsOverride", {
+            "width": width, "height": height, "deviceScaleFactor": 1, "mobile": True})
+
+    def reset_width(self):
+        self.driver.execute_cdp_cmd("Emulation.clearDeviceMetricsOverride", {})
+
     def screenshot(self, path):
         self.driver.save_screenshot(path)
 

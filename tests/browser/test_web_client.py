@@ -210,6 +210,123 @@ class WebClientTest(unittest.TestCase):
             self.assertEqual(b"buy milk\n" * 2000, z.read("Projects/todo.md"))
         self.step_ok()
 
+    def test_8_keyboard_selection_and_delete(self):
+        b = self.b
+        self.open_folder("/mydrive/Projects")
+        self.select_only("notes.txt")
+        listbox = b.find("#file-list")
+        listbox.send_keys(Keys.SHIFT, Keys.ARROW_DOWN)
+        selected = lambda: [r.get_attribute("data-name") for r in b.find_all('.vrow[aria-selected="true"]')]
+        b.wait(lambda: selected() == ["notes.txt", "report.txt"], "shift+down extends")
+        self.assertEqual("row-1", listbox.get_attribute("aria-activedescendant"))
+        listbox.send_keys(Keys.CONTROL, "a")
+        b.wait(lambda: len(selected()) == 3, "ctrl+a selects all")
+        listbox.send_keys(Keys.ARROW_DOWN)
+        b.wait(lambda: selected() == ["todo.md"], "down moves the selection")
+        listbox.send_keys(Keys.DELETE)
+        b.visible("#confirm-dialog")
+        self.assertIn('"todo.md"', b.find("#confirm-dialog p").text)
+        b.find("#confirm-dialog-ok").click()
+        b.wait(lambda: not b.find_all('.vrow[data-name="todo.md"]'), "deleted row gone")
+        self.assertFalse(os.path.exists(os.path.join(self.stack.home(), "Projects", "todo.md")))
+        b.text_in(".toast", 'Moved "todo.md" to the recycle bin.')
+        self.step_ok()
+
+        self.select_only("notes.txt")
+        listbox.send_keys(Keys.ENTER)   # a file: downloaded directly
+        saved = os.path.join(b.downloads, "notes.txt")
+        b.wait(lambda: os.path.exists(saved) and not any(
+            n.endswith(".crdownload") for n in os.listdir(b.downloads)), "notes.txt downloaded")
+        with open(saved) as f:
+            self.assertEqual("meeting notes about the quarterly budget\n", f.read())
+        self.step_ok()
+
+    def test_9_error_sentence_for_a_taken_name(self):
+        b = self.b
+        self.open_folder("/mydrive")
+        b.find("#new-folder").click()
+        name = b.visible("#name-input")
+        name.send_keys(Keys.CONTROL, "a")
+        name.send_keys("Projects")
+        b.find("#name-dialog-ok").click()
+        b.text_in(".toast.error", "An item with that name already exists here")
+        self.assertNotIn("{", b.find(".toast.error").text)
+        self.b.console_errors()
+
+    def test_a_failed_upload_can_be_retried(self):
+        b = self.b
+        self.open_folder("/mydrive/Archive")
+        # A folder that does not exist: the upload into it fails.
+        b.find("#upload-clear").click()
+        b.js("location.hash = '#/files/mydrive/Gone'")
+        b.text_in("#list-status", "not found")
+        b.find("#upload-input").send_keys(os.path.join(self.files, "report.txt"))
+        b.text_in(".upload-item .upload-status", "Failed: The item was not found")
+        retry = b.visible(".upload-item button:not([hidden])")
+        self.assertEqual("Retry", retry.text)
+        # Once the folder exists, the same upload succeeds.
+        b.js("location.hash = '#/files/mydrive'")
+        self.row("Projects")
+        b.find("#new-folder").click()
+        name = b.visible("#name-input")
+        name.send_keys(Keys.CONTROL, "a")
+        name.send_keys("Gone")
+        b.find("#name-dialog-ok").click()
+        self.row("Gone")
+        retry.click()
+        b.text_in("#upload-summary", "1 of 1 uploaded")
+        self.assertTrue(os.path.isfile(os.path.join(self.stack.home(), "Gone", "report.txt")))
+        self.step_ok()
+
+    def test_b_session_lost_returns_to_the_same_place(self):
+        b = self.b
+        self.open_folder("/mydrive/Archive")
+        b.driver.delete_cookie("id")
+        b.js("location.hash = '#/files/mydrive/Projects'")
+        b.visible("#login-account")
+        self.assertIn("next=%23%2Ffiles%2Fmydrive%2FProjects", b.driver.current_url)
+        b.text_in(".toast.error", "Your session has ended. Please sign in again.")
+        self.assertEqual(1, sum("session has ended" in t.text for t in b.find_all(".toast.error")))
+        b.find("#login-account").send_keys(stack.USER)
+        b.find("#login-password").send_keys(stack.PASSWORD)
+        b.find("#login-submit").click()
+        b.wait(lambda: b.driver.current_url.endswith("#/files/mydrive/Projects"), "back in Projects")
+        self.row("report.txt")
+        self.b.console_errors()
+
+    def test_c_narrow_screen(self):
+        b = self.b
+        b.emulate_width(360)
+        try:
+            self.open_folder("/mydrive/Projects")
+            self.row("report.txt")
+            width = b.js("return document.documentElement.scrollWidth")
+            self.assertLessEqual(width, 360)
+            for css in ("#upload-button", "#new-folder", "#search-input", "#sort-select"):
+                self.assertTrue(b.find(css).is_displayed(), css)
+            menu = b.find(".menu-button")
+            menu.click()
+            b.visible("#nav-files")
+            self.assertEqual("true", menu.get_attribute("aria-expanded"))
+            self.step_ok()
+        finally:
+            b.reset_width()
+
+    def test_d_every_control_has_a_name(self):
+        b = self.b
+        self.open_folder("/mydrive/Projects")
+        unnamed = b.js("""
+          const out = [];
+          for (const el of document.querySelectorAll('button, input, select, [role=option], [role=listbox]')) {
+            const name = el.getAttribute('aria-label') || el.textContent.trim() ||
+              (el.id && document.querySelector('label[for="' + el.id + '"]'));
+            if (!name) out.push(el.outerHTML.slice(0, 80));
+          }
+          return out;""")
+        self.assertEqual([], unnamed)
+        self.assertEqual("true", b.find("#file-list").get_attribute("aria-multiselectable"))
+        self.step_ok()
+
 
 if __name__ == "__main__":
     unittest.main(verbosity=2)

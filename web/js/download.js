@@ -27,7 +27,7 @@ function fetchInFrame(params) {
 
 export async function download(items) {
   if (items.length === 1 && items[0].type !== "dir") {
-    fetchInFrame({ path: items[0].path });
+    fetchInFrame({ files: [items[0].path] });
     return;
   }
   const name = items.length === 1 ? items[0].name : "download";

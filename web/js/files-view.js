@@ -132,7 +132,7 @@ export class FilesView {
 
   showError(err) {
     this.status.textContent = err.message;
-    toast(err.message, "error");
+    if (!err.sessionLost) toast(err.message, "error");
   }
 
   afterRender() {

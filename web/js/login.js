@@ -23,6 +23,7 @@ export function renderLogin(root, route) {
     submit.disabled = true;
     try {
       await login(account.value, password.value);
+      for (const old of document.querySelectorAll(".toast.error")) old.remove();
       go(takeReturnLocation(route));
     } catch (err) {
       error.textContent = err.message;

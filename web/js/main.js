@@ -24,7 +24,7 @@ onSessionLost((err) => {
   forgetSession();
   shell = null;
   rememberLocation();
-  toast(err.message, "error");
+  toast("Your session has ended. Please sign in again.", "error");
   const next = location.hash || "";
   go("#/login" + (next ? "?next=" + encodeURIComponent(next) : ""));
 });
@@ -50,9 +50,10 @@ setFallback((route) => {
 
 window.addEventListener("unhandledrejection", (event) => {
   const err = event.reason;
-  if (err && err.name === "AbortError") { event.preventDefault(); return; }
-  toast(err && err.message ? err.message : "Something went wrong.", "error");
   event.preventDefault();
+  // Aborted requests say nothing; a lost session already said so.
+  if (err && (err.name === "AbortError" || err.sessionLost)) return;
+  toast(err && err.message ? err.message : "Something went wrong.", "error");
 });
 
 start();
