@@ -9,7 +9,9 @@ import shutil
 import signal
 import socket
 import subprocess
+import sys
 import tempfile
+import threading
 import time
 
 REPO = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
@@ -35,6 +37,10 @@ def wait_for(check, what, seconds=30.0):
 
 class Stack:
     def __init__(self, build_dir, before_daemon=None):
+        # A runner stopped with SIGTERM (ctest's timeout) still stops the
+        # daemon and lighttpd: the signal unwinds through the callers' finally.
+        if threading.current_thread() is threading.main_thread():
+            signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
         self.build = os.path.abspath(build_dir)
         self.root = tempfile.mkdtemp(prefix="orvel-web-")
         os.chmod(self.root, 0o755)

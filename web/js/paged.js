@@ -2,6 +2,11 @@
 // bounded cache, so a folder of any size costs the pages around the view.
 export const PAGE_SIZE = 200;
 const MAX_PAGES = 40;
+// Page requests in flight at once. A fast scroll asks for many pages; only
+// those still in view when a slot frees are fetched, so the server answers
+// what the person looks at, not every page scrolled past.
+const PARALLEL = 2;
+const RETRY_MS = [250, 500, 1000, 2000, 4000];
 
 export class PagedSource {
   // fetchPage(offset, limit) -> Promise<{items, total}>
@@ -11,6 +16,8 @@ export class PagedSource {
     this.onError = onError;
     this.pages = new Map();      // page number -> items
     this.loading = new Map();    // page number -> promise
+    this.wanted = [];            // pages in view, nearest first
+    this.failures = 0;
     this.total = -1;             // unknown until the first page arrives
     this.generation = 0;
   }
@@ -19,6 +26,8 @@ export class PagedSource {
     if (fetchPage) this.fetchPage = fetchPage;
     this.pages.clear();
     this.loading.clear();
+    this.wanted = [];
+    this.failures = 0;
     this.total = -1;
     this.generation++;
   }
@@ -28,16 +37,24 @@ export class PagedSource {
     return page ? page[index % PAGE_SIZE] : undefined;
   }
 
-  // Loads every page that rows from..to (inclusive) touch.
+  // Asks for the pages that rows from..to (inclusive) touch; they replace
+  // whatever was asked for before and load as slots free.
   ensure(from, to) {
     const first = Math.max(0, Math.floor(from / PAGE_SIZE));
     const last = Math.max(first, Math.floor(to / PAGE_SIZE));
-    const waits = [];
+    this.wanted = [];
     for (let p = first; p <= last; p++) {
       if (this.total >= 0 && p * PAGE_SIZE >= this.total) break;
-      waits.push(this.load(p));
+      if (!this.pages.has(p)) this.wanted.push(p);
     }
-    return Promise.all(waits);
+    this.pump();
+  }
+
+  pump() {
+    while (this.loading.size < PARALLEL && this.wanted.length) {
+      const page = this.wanted.shift();
+      if (!this.pages.has(page) && !this.loading.has(page)) this.load(page);
+    }
   }
 
   load(page) {
@@ -47,14 +64,23 @@ export class PagedSource {
     const promise = this.fetchPage(page * PAGE_SIZE, PAGE_SIZE).then((data) => {
       if (generation !== this.generation) return [];
       this.loading.delete(page);
+      this.failures = 0;
       this.pages.set(page, data.items || []);
       this.total = Number(data.total) || 0;
       this.evict(page);
       this.onChange();
+      this.pump();
       return data.items;
     }, (err) => {
-      if (generation === this.generation) {
-        this.loading.delete(page);
+      if (generation !== this.generation) return [];
+      this.loading.delete(page);
+      // A busy or unreachable service is asked again a few times, then the
+      // error is shown; the next scroll asks once more.
+      if ((err.code === 1024 || err.code === 0) && this.failures < RETRY_MS.length) {
+        setTimeout(() => { if (generation === this.generation) this.pump(); },
+          RETRY_MS[this.failures++]);
+        if (!this.wanted.includes(page)) this.wanted.unshift(page);
+      } else {
         this.onError(err);
       }
       return [];
