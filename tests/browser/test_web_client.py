@@ -88,6 +88,64 @@ class WebClientTest(unittest.TestCase):
 
     # -- tests, in order ---------------------------------------------------
 
+    def run_module(self, script):
+        """Runs script with the client's modules imported (api, errors,
+        selection, search) in the page and answers what it returns."""
+        # The page's policy forbids eval, so the code goes into the script
+        # WebDriver runs, which the policy does not cover.
+        return self.b.driver.execute_async_script("""
+          const done = arguments[arguments.length - 1];
+          Promise.all(["api", "errors", "selection", "search"].map((m) => import("/js/" + m + ".js")))
+            .then(([api, errors, selection, search]) => {
+              try { done((() => { %s })()); } catch (e) { done("threw: " + e.message); }
+            }, (e) => done("import failed: " + e.message));
+        """ % script)
+
+    def test_0_client_modules(self):
+        b = self.b
+        b.open()
+        b.visible("#login-account")
+        self.step_ok()
+        # Answers become sentences, never raw JSON; a bare step name adds nothing.
+        self.assertEqual(
+            ["An item with that name already exists here, or a folder cannot go into itself.",
+             "The item was not found (it may have been moved or deleted). (no such path: /mydrive/x)",
+             "You do not have permission to do this.",
+             "The server answered with error 4242. (odd)",
+             "The server answered with error 0. (HTTP status 502)"],
+            self.run_module("""
+              const out = [];
+              for (const text of [
+                '{"success":false,"error":{"code":1031,"errors":{"message":"upload file failed"}}}',
+                '{"success":false,"error":{"code":1002,"errors":{"message":"no such path: /mydrive/x"}}}',
+                '{"success":false,"error":{"code":1006}}',
+                '{"success":false,"error":{"code":4242,"errors":{"message":"odd"}}}',
+                '<html>bad gateway</html>']) {
+                try { api.unwrap(text, 502); out.push("no error"); } catch (e) { out.push(e.message); }
+              }
+              return out;"""))
+        self.assertEqual([True, True, True, True, False], self.run_module("""
+            return [105, 106, 119, 1007, 1002].map((c) => new api.ApiError(c, "").sessionLost);"""))
+        self.assertEqual({"a": 1}, self.run_module("""return api.unwrap('{"success":true,"data":{"a":1}}');"""))
+        # Selection: click, ctrl-click, shift ranges from the anchor, select all.
+        # The anchor moves with a ctrl-click, as in desktop file managers.
+        self.assertEqual([[3], [3, 5], [5, 6], [1, 2, 3, 4, 5], 5, [0, 1, 3, 4]], self.run_module("""
+            const s = new selection.Selection();
+            const out = [];
+            s.only(3, "/c"); out.push(s.indexes(10));
+            s.toggle(5, "/e"); out.push(s.indexes(10));
+            s.range(6, (i) => "/" + i); out.push(s.indexes(10));
+            s.range(1, (i) => "/" + i); out.push(s.indexes(10));
+            s.selectAll(); s.toggle(2, "/b"); out.push(s.count(6));
+            out.push(s.indexes(5));
+            return out;"""))
+        # Snippets: only <b>...</b> becomes <mark>; anything else stays text.
+        self.assertEqual([["#text", "a "], ["MARK", "<i>x</i>"], ["#text", " & <script>"]],
+                         self.run_module("""
+            return search.snippetNodes("a <b><i>x</i></b> & <script>").map(
+              (n) => [n.nodeName, n.textContent]);"""))
+        self.step_ok()
+
     def test_1_login_page_then_files(self):
         b = self.b
         b.open()
