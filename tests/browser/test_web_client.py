@@ -6,16 +6,32 @@ build on each other's files, as a person's session would. Every step fails
 on a browser console error, and a failing test leaves a screenshot in the
 build folder.
 """
+import base64
 import os
+import struct
 import sys
 import unittest
 import zipfile
+import zlib
 
 from selenium.webdriver.common.keys import Keys
+from selenium.webdriver.support.ui import Select
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import browser  # noqa: E402
 import stack  # noqa: E402
+
+def png(width, height):
+    """A small RGB PNG, so the grid has a real thumbnail to show."""
+    def chunk(kind, data):
+        body = kind + data
+        return struct.pack(">I", len(data)) + body + struct.pack(">I", zlib.crc32(body))
+    rows = b"".join(
+        b"\0" + b"".join(bytes((x * 9 % 256, y * 9 % 256, 90)) for x in range(width))
+        for y in range(height))
+    return (b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", struct.pack(">IIBBBBB", width, height, 8, 2, 0, 0, 0))
+            + chunk(b"IDAT", zlib.compress(rows)) + chunk(b"IEND", b""))
+
 
 BUILD = os.environ.get("ORVEL_BUILD_DIR", os.path.join(stack.REPO, "build"))
 
@@ -70,6 +86,10 @@ class WebClientTest(unittest.TestCase):
         b.find("#login-submit").click()
         b.visible("#breadcrumbs")
         self.step_ok()
+
+    def clear_uploads(self):
+        if self.b.find("#upload-panel").is_displayed():
+            self.b.find("#upload-clear").click()
 
     def row(self, name):
         return self.b.visible('.vrow[data-name="%s"]' % name)
@@ -205,7 +225,7 @@ class WebClientTest(unittest.TestCase):
     def test_4_upload_taken_name_keep_both(self):
         b = self.b
         self.open_folder("/mydrive/Projects")
-        b.find("#upload-clear").click()
+        self.clear_uploads()
         b.find("#upload-input").send_keys(os.path.join(self.files, "notes.txt"))
         b.visible("#conflict-dialog")
         b.find("#conflict-dialog-keep").click()
@@ -315,7 +335,7 @@ class WebClientTest(unittest.TestCase):
         b = self.b
         self.open_folder("/mydrive/Archive")
         # A folder that does not exist: the upload into it fails.
-        b.find("#upload-clear").click()
+        self.clear_uploads()
         b.js("location.hash = '#/files/mydrive/Gone'")
         b.text_in("#list-status", "not found")
         b.find("#upload-input").send_keys(os.path.join(self.files, "report.txt"))
@@ -383,6 +403,53 @@ class WebClientTest(unittest.TestCase):
           return out;""")
         self.assertEqual([], unnamed)
         self.assertEqual("true", b.find("#file-list").get_attribute("aria-multiselectable"))
+        self.step_ok()
+
+    def test_e_sort_and_type_filter(self):
+        b = self.b
+        self.open_folder("/mydrive")
+        names = lambda: [r.get_attribute("data-name") for r in b.find_all(".vrow[data-name]")]
+        b.wait(lambda: names() == ["Archive", "Gone", "Projects"], "folders by name")
+        Select(b.find("#sort-select")).select_by_value("name:desc")
+        b.wait(lambda: names() == ["Projects", "Gone", "Archive"], "folders by name, descending")
+        self.open_folder("/mydrive/Projects")
+        Select(b.find("#sort-select")).select_by_value("size:desc")
+        b.wait(lambda: names() == ["report.txt", "notes.txt"], "largest first")
+        Select(b.find("#type-filter")).select_by_value("dir")
+        b.text_in("#list-status", "This folder is empty.")
+        Select(b.find("#type-filter")).select_by_value("text")
+        b.wait(lambda: sorted(names()) == ["notes.txt", "report.txt"], "text files")
+        Select(b.find("#type-filter")).select_by_value("all")
+        Select(b.find("#sort-select")).select_by_value("name:asc")
+        b.wait(lambda: names() == ["notes.txt", "report.txt"], "back to names")
+        self.step_ok()
+
+    def test_f_drop_and_grid_thumbnail(self):
+        b = self.b
+        self.open_folder("/mydrive/Projects")
+        self.clear_uploads()
+        # A drop of a file made in the page (a synthetic drop has no entries:
+        # the plain file list is used).
+        b.js("""
+          const data = new DataTransfer();
+          const bytes = Uint8Array.from(atob(arguments[0]), (c) => c.charCodeAt(0));
+          data.items.add(new File([bytes], "picture.png", {type: "image/png"}));
+          const zone = document.querySelector(".files-view");
+          zone.dispatchEvent(new DragEvent("dragover", {dataTransfer: data, bubbles: true, cancelable: true}));
+          zone.dispatchEvent(new DragEvent("drop", {dataTransfer: data, bubbles: true, cancelable: true}));
+        """, base64.b64encode(png(64, 48)).decode())
+        b.text_in("#upload-summary", "1 of 1 uploaded")
+        self.row("picture.png")
+        toggle = b.find("#view-toggle")
+        toggle.click()
+        b.wait(lambda: toggle.get_attribute("aria-pressed") == "true", "grid on")
+        img = b.visible('.vrow[data-name="picture.png"] img.thumb')
+        b.wait(lambda: b.js("return arguments[0].complete && arguments[0].naturalWidth", img) == 64,
+               "thumbnail loaded")
+        self.assertIn("_token=", img.get_attribute("src"))
+        self.assertNotIn("_sid", img.get_attribute("src"))
+        toggle.click()
+        b.wait(lambda: toggle.get_attribute("aria-pressed") == "false", "list again")
         self.step_ok()
 
 

@@ -43,10 +43,11 @@ export function formatSize(bytes) {
   return (u === 0 ? String(n) : n.toFixed(n < 10 ? 1 : 0)) + " " + units[u];
 }
 
+// One formatter for every row: toLocaleString would build one per call.
+const timeFormat = new Intl.DateTimeFormat(undefined,
+  { year: "numeric", month: "short", day: "numeric", hour: "2-digit", minute: "2-digit" });
 export function formatTime(seconds) {
-  if (!seconds) return "";
-  return new Date(seconds * 1000).toLocaleString(undefined,
-    { year: "numeric", month: "short", day: "numeric", hour: "2-digit", minute: "2-digit" });
+  return seconds ? timeFormat.format(new Date(seconds * 1000)) : "";
 }
 
 // A passing message in the status area (role=status, read by screen readers).
