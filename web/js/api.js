@@ -11,7 +11,7 @@ const TOKEN_KEY = "zemo.token";
 // Methods the framework serves to GET (it refuses GET for anything else).
 const READS = new Set(["list", "list_starred", "list_labelled", "list_ancestor", "recent",
   "shared_with_me", "shared_with_others", "search", "get", "get_thumbnail", "download",
-  "list_backup_tasks", "query"]);
+  "list_backup_tasks"]);
 
 export class ApiError extends Error {
   constructor(code, serverMessage) {
@@ -39,7 +39,7 @@ function encode(params) {
     if (value === undefined) continue;
     // The framework reads a JSON text as JSON: quote strings so a name such
     // as "123" or "true" stays a string.
-    body.append(key, typeof value === "string" ? JSON.stringify(value) : JSON.stringify(value));
+    body.append(key, JSON.stringify(value));
   }
   return body;
 }
