@@ -233,7 +233,7 @@ class WebClientTest(unittest.TestCase):
         self.row("notes (1).txt")
         self.step_ok()
 
-    def test_5_rename_move_star(self):
+    def test_5_rename_move_star_copy(self):
         b = self.b
         self.open_folder("/mydrive/Projects")
         self.select_only("notes (1).txt")
@@ -261,12 +261,22 @@ class WebClientTest(unittest.TestCase):
         self.assertEqual("Unstar", b.find("#star-button").text)
         self.step_ok()
 
+        b.find("#copy-button").click()
+        b.visible("#picker-dialog nav button").click()
+        b.visible('#picker-list [data-path="/mydrive/Archive"]').click()
+        b.text_in("#picker-dialog nav", "Archive")
+        b.find("#picker-dialog-ok").click()
+        b.text_in(".toast", "Copied 1 item.")
+        self.row("report.txt")
+        self.assertTrue(os.path.isfile(os.path.join(self.stack.home(), "Archive", "report.txt")))
+        self.step_ok()
+
     def test_6_search_snippet_highlighted(self):
         b = self.b
         box = b.visible("#search-input")
         box.clear()
         box.send_keys("zephyrine", Keys.ENTER)
-        b.text_in("#search-status", '1 result for "zephyrine"')
+        b.text_in("#search-status", '2 results for "zephyrine"')   # and its copy
         result = b.visible('.search-result[data-path="/mydrive/Projects/report.txt"]')
         marks = result.find_elements("css selector", ".snippet mark")
         self.assertEqual(["zephyrine"], [m.text for m in marks])
