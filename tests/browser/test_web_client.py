@@ -14,6 +14,7 @@ import unittest
 import zipfile
 import zlib
 
+from selenium.webdriver.common.action_chains import ActionChains
 from selenium.webdriver.common.keys import Keys
 from selenium.webdriver.support.ui import Select
 
@@ -307,6 +308,10 @@ class WebClientTest(unittest.TestCase):
         selected = lambda: [r.get_attribute("data-name") for r in b.find_all('.vrow[aria-selected="true"]')]
         b.wait(lambda: selected() == ["notes.txt", "report.txt"], "shift+down extends")
         self.assertEqual("row-1", listbox.get_attribute("aria-activedescendant"))
+        ActionChains(b.driver).key_down(Keys.CONTROL).click(self.row("todo.md")).key_up(Keys.CONTROL).perform()
+        b.wait(lambda: selected() == ["notes.txt", "report.txt", "todo.md"], "ctrl+click adds")
+        ActionChains(b.driver).key_down(Keys.CONTROL).click(self.row("report.txt")).key_up(Keys.CONTROL).perform()
+        b.wait(lambda: selected() == ["notes.txt", "todo.md"], "ctrl+click removes")
         listbox.send_keys(Keys.CONTROL, "a")
         b.wait(lambda: len(selected()) == 3, "ctrl+a selects all")
         listbox.send_keys(Keys.ARROW_DOWN)
@@ -460,6 +465,21 @@ class WebClientTest(unittest.TestCase):
         self.assertNotIn("_sid", img.get_attribute("src"))
         toggle.click()
         b.wait(lambda: toggle.get_attribute("aria-pressed") == "false", "list again")
+        self.step_ok()
+
+    def test_g_sign_out(self):
+        b = self.b
+        self.open_folder("/mydrive/Projects")
+        b.find("#logout-button").click()
+        b.visible("#login-account")
+        self.assertTrue(b.driver.current_url.endswith("#/login"))
+        self.assertIsNone(b.driver.get_cookie("id"))
+        self.assertEqual("", b.js("return sessionStorage.getItem('zemo.token') || ''"))
+        b.open("#/files/mydrive/Archive")
+        b.visible("#login-account")
+        self.assertIn("next=%23%2Ffiles%2Fmydrive%2FArchive", b.driver.current_url)
+        b.open("")
+        b.visible("#login-account")
         self.step_ok()
 
 
