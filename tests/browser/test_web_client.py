@@ -133,7 +133,7 @@ class WebClientTest(unittest.TestCase):
              "The item was not found (it may have been moved or deleted). (no such path: /mydrive/x)",
              "You do not have permission to do this.",
              "The server answered with error 4242. (odd)",
-             "The server answered with error 0. (HTTP status 502)"],
+             "The server could not be reached or gave no valid answer. (HTTP status 502)"],
             self.run_module("""
               const out = [];
               for (const text of [

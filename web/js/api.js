@@ -80,7 +80,7 @@ export async function call(method, params = {}, { api = FILES, version = 1, sign
       : await fetch(ENDPOINT, { method: "POST", body: fields, headers, signal, credentials: "same-origin" });
   } catch (e) {
     if (e.name === "AbortError") throw e;
-    throw new ApiError(0, "the server cannot be reached");
+    throw new ApiError(0, "no connection");
   }
   const text = await response.text();
   try {
@@ -129,7 +129,7 @@ export function uploadFile(path, file, conflictAction, onProgress) {
         reject(err);
       }
     });
-    xhr.addEventListener("error", () => reject(new ApiError(0, "the server cannot be reached")));
+    xhr.addEventListener("error", () => reject(new ApiError(0, "no connection")));
     xhr.addEventListener("abort", () => reject(new DOMException("cancelled", "AbortError")));
   });
   xhr.open("POST", ENDPOINT);

@@ -5,6 +5,7 @@
 export const SESSION_CODES = new Set([105, 106, 119]);
 
 const SENTENCES = {
+  0: "The server could not be reached or gave no valid answer.",
   100: "Something unexpected went wrong on the server.",
   101: "The request was incomplete (a required value was missing).",
   102: "This feature is not available on the server.",
