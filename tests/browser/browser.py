@@ -4,7 +4,7 @@ Every wait is on a condition of the page (an element, a text, a file in the
 download folder), never a fixed sleep. check_console() fails on any browser
 console error since the previous call.
 """
-import os
+import shutil
 import tempfile
 
 from selenium import webdriver
@@ -41,6 +41,7 @@ class Browser:
 
     def close(self):
         self.driver.quit()
+        shutil.rmtree(self.downloads, ignore_errors=True)
 
     def open(self, hash_route=""):
         self.driver.get(self.base + hash_route)
