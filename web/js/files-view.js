@@ -101,10 +101,11 @@ export class FilesView {
     this.actions.update();
   }
 
-  // After a change: keep the scroll position and selection's focus.
+  // After a change: the same folder again, keeping the scroll position.
   refresh() {
     this.selection.reset();
     this.source.reset();
+    this.status.textContent = "Loading…";
     this.list.schedule();
     this.actions.update();
   }
