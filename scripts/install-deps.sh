@@ -11,6 +11,7 @@ PACKAGES=(
   libvips-dev libpoppler-cpp-dev libicu-dev
   libreoffice-writer-nogui libreoffice-calc-nogui libreoffice-impress-nogui
   lighttpd curl zip unzip python3 procps
+  chromium chromium-driver python3-selenium
 )
 
 missing=()
