@@ -135,6 +135,69 @@ class ClientViewsTest(unittest.TestCase):
             ' return d.total === 0 ? "ok" : JSON.stringify(d);'))
         self.step_ok()
 
+    def create_link_in_ui(self, folder, name, password=""):
+        """Creates a viewer link for name in the share dialog; answers its URL."""
+        b = self.b
+        self.open_folder(folder)
+        self.select_only(name)
+        b.find("#share-button").click()
+        b.visible("#share-dialog")
+        before = len(b.find_all(".share-link"))
+        if password:
+            b.find("#link-password").send_keys(password)
+        b.find("#link-create").click()
+        b.wait(lambda: len(b.find_all(".share-link")) == before + 1, "new link listed")
+        url = b.find_all(".share-link .link-url")[-1].get_attribute("value")
+        self.assertRegex(url, r"^%ss\.html#[0-9a-f]{16,}$" % self.stack.url)
+        b.find("#share-close").click()
+        self.step_ok()
+        return url
+
+    def visitor(self):
+        """A fresh browser: no cookies, no session."""
+        v = browser.Browser(self.stack.url)
+        self.addCleanup(v.close)
+        return v
+
+    def test_4_visitor_downloads_a_file_of_a_shared_folder(self):
+        self.make_folder("/mydrive/Open")
+        self.put_file("/mydrive/Open", "hello.txt", "hello visitor\n")
+        url = self.create_link_in_ui("/mydrive", "Open")
+
+        v = self.visitor()
+        v.driver.get(url)
+        item = v.visible('.visitor-item[data-name="hello.txt"]')
+        item.find_element("css selector", ".visitor-download").click()
+        saved = os.path.join(v.downloads, "hello.txt")
+        v.wait(lambda: os.path.exists(saved) and not any(
+            n.endswith(".crdownload") for n in os.listdir(v.downloads)), "hello.txt downloaded")
+        with open(saved, "rb") as f:
+            self.assertEqual(b"hello visitor\n", f.read())
+        self.assertEqual([], v.console_errors())
+
+    def test_5_password_link_asks_for_its_password(self):
+        self.put_file("/mydrive/Docs", "secret.txt", "for friends\n")
+        url = self.create_link_in_ui("/mydrive/Docs", "secret.txt", password="open sesame")
+        v = self.visitor()
+        v.driver.get(url)
+        v.visible("#visitor-password").send_keys("wrong one")
+        v.find("#visitor-unlock").click()
+        v.text_in("#visitor-note", "wrong password for the sharing link")
+        v.find("#visitor-password").clear()
+        v.find("#visitor-password").send_keys("open sesame")
+        v.find("#visitor-unlock").click()
+        v.text_in("#visitor-name", "secret.txt")
+        v.find("#visitor-download").click()
+        saved = os.path.join(v.downloads, "secret.txt")
+        v.wait(lambda: os.path.exists(saved) and not any(
+            n.endswith(".crdownload") for n in os.listdir(v.downloads)), "secret.txt downloaded")
+        with open(saved, "rb") as f:
+            self.assertEqual(b"for friends\n", f.read())
+        # The wrong password was answered as an error (a console entry of
+        # the failed request); nothing else may have failed.
+        errors = [e for e in v.console_errors() if "unlock" not in e["message"] and "entry.cgi" not in e["message"]]
+        self.assertEqual([], errors)
+
 
 if __name__ == "__main__":
     unittest.main()

@@ -6,6 +6,7 @@ import { call } from "./api.js";
 import { askName, confirmAction, pickFolder } from "./dialogs.js";
 import { waitTask } from "./tasks.js";
 import { download } from "./download.js";
+import { openShareDialog, canShare } from "./share.js";
 
 function plural(n, word) { return `${n} ${word}${n === 1 ? "" : "s"}`; }
 
@@ -37,6 +38,7 @@ export class Actions {
       button("copy-button", "Copy", () => this.transfer("copy"), 1),
       button("delete-button", "Delete", this.remove, 1),
       button("star-button", "Star", this.star, 1),
+      button("share-button", "Share", this.share, -1),
     ];
   }
 
@@ -54,6 +56,16 @@ export class Actions {
       const allStarred = items.length > 0 && items.every((i) => i.starred);
       star.b.textContent = allStarred ? "Unstar" : "Star";
     }
+  }
+
+  // Sharing is offered only for an item whose capabilities allow it (owner).
+  async share() {
+    const [item] = await this.view.selectedItems();
+    if (!canShare(item)) {
+      toast("You cannot share this item.", "error");
+      return;
+    }
+    openShareDialog(item);
   }
 
   async newFolder() {
