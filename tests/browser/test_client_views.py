@@ -197,6 +197,18 @@ class ClientViewsTest(unittest.TestCase):
             self.assertEqual(b"for friends\n", f.read())
         self.assertEqual([], v.console_errors())
 
+    def test_6_task_panel_lists_the_finished_deletes(self):
+        b = self.b
+        b.open("#/tasks")
+        b.visible(".task-row")
+        kinds = lambda: [(r.get_attribute("data-kind"), r.get_attribute("data-state"))
+                         for r in b.find_all(".task-row")]
+        # The deletes of the earlier steps (to the bin, for good, empty) ended.
+        b.wait(lambda: ("delete", "finished") in kinds(), "a finished delete listed")
+        self.assertEqual([], [k for k in kinds() if k[1] in ("queued", "running")])
+        self.assertEqual([], b.find_all(".task-cancel"))
+        self.step_ok()
+
 
 if __name__ == "__main__":
     unittest.main()
