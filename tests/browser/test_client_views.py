@@ -51,11 +51,11 @@ class ClientViewsTest(unittest.TestCase):
           }, (e) => done("import failed: " + e.message));
         """ % script)
 
-    def put_file(self, folder, name, text):
+    def put_file(self, folder, name, text, policy="overwrite"):
         """Uploads a text file through the Files API of the signed-in page."""
         result = self.api("""
-          const up = api.uploadFile(%r, new File([%r], %r), "overwrite", () => {});
-          await up.promise; return "ok";""" % (folder + "/" + name, text, name))
+          const up = api.uploadFile(%r, new File([%r], %r), %r, () => {});
+          await up.promise; return "ok";""" % (folder + "/" + name, text, name, policy))
         self.assertEqual("ok", result)
 
     def make_folder(self, path):
@@ -207,6 +207,22 @@ class ClientViewsTest(unittest.TestCase):
         b.wait(lambda: ("delete", "finished") in kinds(), "a finished delete listed")
         self.assertEqual([], [k for k in kinds() if k[1] in ("queued", "running")])
         self.assertEqual([], b.find_all(".task-cancel"))
+        self.step_ok()
+
+    def test_7_restore_an_older_version(self):
+        b = self.b
+        self.put_file("/mydrive/Docs", "draft.txt", "version one\n")
+        self.put_file("/mydrive/Docs", "draft.txt", "version two\n", "overwrite_server")
+        b.open("#/files/mydrive/Docs")
+        b.driver.refresh()
+        self.open_folder("/mydrive/Docs")
+        self.select_only("draft.txt")
+        b.find("#versions-button").click()
+        b.visible("#revision-dialog .revision").find_element("css selector", ".revision-restore").click()
+        b.text_in(".toast", 'Restored an older version of "draft.txt".')
+        with open(os.path.join(self.stack.home(), "Docs", "draft.txt")) as f:
+            self.assertEqual("version one\n", f.read())
+        b.find("#revision-close").click()
         self.step_ok()
 
 

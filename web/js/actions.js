@@ -7,6 +7,7 @@ import { askName, confirmAction, pickFolder } from "./dialogs.js";
 import { waitTask } from "./tasks.js";
 import { download } from "./download.js";
 import { openShareDialog, canShare } from "./share.js";
+import { openRevisions } from "./revisions.js";
 
 function plural(n, word) { return `${n} ${word}${n === 1 ? "" : "s"}`; }
 
@@ -39,6 +40,7 @@ export class Actions {
       button("delete-button", "Delete", this.remove, 1),
       button("star-button", "Star", this.star, 1),
       button("share-button", "Share", this.share, -1),
+      button("versions-button", "Versions", this.versions, -1),
     ];
   }
 
@@ -66,6 +68,15 @@ export class Actions {
       return;
     }
     openShareDialog(item);
+  }
+
+  async versions() {
+    const [item] = await this.view.selectedItems();
+    if (!item || item.type === "dir") {
+      toast("Only a file has versions.", "error");
+      return;
+    }
+    openRevisions(item, () => this.view.refresh());
   }
 
   async newFolder() {
