@@ -48,7 +48,8 @@ lighttpd -f "$target/var/lighttpd.conf"
 cat <<MSG
 
 ZemoraOrvel is running on http://127.0.0.1:$port/ (ZEMO_ROOT=$ZEMO_ROOT)
-Log in as '$user' with password '$password':
+Open http://127.0.0.1:$port/ in a browser and sign in as '$user' with password
+'$password', or log in with curl:
 
   curl -s 'http://127.0.0.1:$port/webapi/entry.cgi?api=ZEMO.API.Auth&version=1&method=login&account=$user&passwd=$password'
 
