@@ -1,5 +1,5 @@
 """Browser tests of the collections (starred, recent, labels, shared with me
-and with others, backups), the preview, delete with Undo and the access
+and with others, backups), the preview (text, image, audio, video, PDF), delete with Undo and the access
 request, against the real stack.
 
 Run through tests/browser/run.sh BUILD_DIR. A second user, bob, shares a
@@ -159,6 +159,8 @@ class CollectionsTest(unittest.TestCase):
         b = self.b
         self.put_bytes("photo.png", base.png(40, 30))
         self.put_bytes("tune.ogg", b"OggS" + bytes(60))
+        self.put_bytes("clip.webm", b"\x1aE\xdf\xa3" + bytes(60))
+        self.put_bytes("letter.pdf", b"%PDF-1.4\n%%EOF\n")
         self.open_folder("/mydrive")
         self.select_only("budget.txt")
         b.find("#preview-button").click()
@@ -178,6 +180,26 @@ class CollectionsTest(unittest.TestCase):
         self.assertIn("force_download=false", src)
         self.assertIn("tune.ogg", urllib.parse.unquote(src))
         self.close_preview()
+
+        self.select_only("clip.webm")
+        b.find("#preview-button").click()
+        self.assertIn("force_download=false", b.visible("#preview-video").get_attribute("src"))
+        self.close_preview()
+
+        # A PDF opens in a new tab of the browser's own viewer; that tab asks
+        # for a favicon, which the service does not have.
+        self.step_ok()
+        main = b.driver.current_window_handle
+        self.select_only("letter.pdf")
+        b.find("#preview-button").click()
+        b.wait(lambda: len(b.driver.window_handles) == 2, "the PDF's tab")
+        tab = [w for w in b.driver.window_handles if w != main][0]
+        b.driver.switch_to.window(tab)
+        b.wait(lambda: "letter.pdf" in urllib.parse.unquote(b.driver.current_url), "the PDF's address")
+        self.assertIn("force_download=false", b.driver.current_url)
+        b.driver.close()
+        b.driver.switch_to.window(main)
+        self.assertEqual([], [e for e in b.console_errors() if "/favicon.ico" not in e["message"]])
 
         # From a collection, a file opens in the preview too.
         starred = self.collection("starred", "budget.txt")
