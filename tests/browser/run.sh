@@ -17,4 +17,4 @@ for tool in /usr/bin/chromium /usr/bin/chromedriver; do
   fi
 done
 cd "$here"
-exec /usr/bin/python3 -m unittest -v "$@" test_web_client test_client_views
+exec /usr/bin/python3 -m unittest -v "$@" test_web_client test_client_views test_collections

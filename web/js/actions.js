@@ -8,6 +8,7 @@ import { waitTask } from "./tasks.js";
 import { download } from "./download.js";
 import { openShareDialog, canShare } from "./share.js";
 import { openRevisions } from "./revisions.js";
+import { openPreview } from "./preview.js";
 
 function plural(n, word) { return `${n} ${word}${n === 1 ? "" : "s"}`; }
 
@@ -41,6 +42,7 @@ export class Actions {
       button("star-button", "Star", this.star, 1),
       button("share-button", "Share", this.share, -1),
       button("versions-button", "Versions", this.versions, -1),
+      button("preview-button", "Preview", this.preview, -1),
     ];
   }
 
@@ -118,8 +120,23 @@ export class Actions {
     if (!await confirmAction("Delete", `Move ${what} to the recycle bin?`, "Delete")) return;
     const data = await call("delete", { files: items.map((i) => i.path) });
     await waitTask(data.async_task_id, "Delete " + what);
-    toast(`Moved ${what} to the recycle bin.`);
+    const ids = items.map((i) => "id:" + i.file_id);
+    toast(`Moved ${what} to the recycle bin.`, "info",
+      { id: "undo-delete", label: "Undo", run: () => this.undoDelete(ids, what) });
     this.view.refresh();
+  }
+
+  // Puts back from the recycle bin what was just deleted (the items keep
+  // their ids there); a name taken meanwhile gets a "(1)" style suffix.
+  async undoDelete(ids, what) {
+    await call("restore", { files: ids, conflict: "autorename" }, { api: "ZEMO.ZemoraOrvel.Recycle" });
+    toast(`Restored ${what}.`);
+    this.view.refresh();
+  }
+
+  async preview() {
+    const [item] = await this.view.selectedItems();
+    if (item && !await openPreview(item)) this.downloadItems([item]);
   }
 
   async star() {

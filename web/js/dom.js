@@ -50,14 +50,19 @@ export function formatTime(seconds) {
   return seconds ? timeFormat.format(new Date(seconds * 1000)) : "";
 }
 
-// A passing message in the status area (role=status, read by screen readers).
-export function toast(text, kind = "info") {
+// A passing message in the status area (role=status, read by screen readers),
+// with an optional action button ({id, label, run}) that stays a while longer.
+export function toast(text, kind = "info", action = null) {
   const box = document.getElementById("toasts");
   const item = h("div.toast." + kind, { role: kind === "error" ? "alert" : null },
     h("span.toast-text", {}, text),
+    action ? h("button.toast-action", { type: "button", id: action.id, onclick: () => {
+      item.remove();
+      action.run();
+    } }, action.label) : null,
     h("button.toast-close", { type: "button", "aria-label": "Dismiss message",
       onclick: () => item.remove() }, "×"));
   box.append(item);
-  if (kind !== "error") setTimeout(() => item.remove(), 6000);
+  if (kind !== "error") setTimeout(() => item.remove(), action ? 20000 : 6000);
   return item;
 }

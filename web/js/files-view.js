@@ -9,6 +9,8 @@ import { Selection } from "./selection.js";
 import { renderRow } from "./rows.js";
 import { collectDrop } from "./upload.js";
 import { Actions } from "./actions.js";
+import { rememberLabels } from "./labels.js";
+import { requestAccess } from "./preview.js";
 
 // The type filter: the server filters folders and files by type, the rest
 // by extension.
@@ -47,10 +49,13 @@ export class FilesView {
   }
 
   fetchPage(offset, limit) {
-    const params = { path: this.path, offset, limit, sort_by: this.sortBy, sort_direction: this.sortDirection };
+    // "#/files/id:<file id>" names an item by id, which the server takes
+    // without the leading slash.
+    const path = /^\/(id|link):/.test(this.path) ? this.path.slice(1) : this.path;
+    const params = { path, offset, limit, sort_by: this.sortBy, sort_direction: this.sortDirection };
     const filter = TYPE_FILTERS[this.type].filter;
     if (filter) params.filter = filter;
-    return call("list", params);
+    return call("list", params).then((data) => { rememberLabels(data.items || []); return data; });
   }
 
   build() {
@@ -133,7 +138,33 @@ export class FilesView {
 
   showError(err) {
     this.status.textContent = err.message;
+    if (err.code === 1006) this.offerAccessRequest();
     if (!err.sessionLost) toast(err.message, "error");
+  }
+
+  // Another user's item (by "id:" or "link:") refused: its owner can be asked.
+  offerAccessRequest() {
+    const ref = this.path.replace(/^\//, "").split("/")[0];
+    if (!/^(id|link):/.test(ref)) return;
+    // A listing refused again (another page of it) shows the same button.
+    if (this.accessButton && this.accessButton.dataset.ref === ref) {
+      this.status.append(" ", this.accessButton);
+      return;
+    }
+    const ask = h("button", { type: "button", id: "request-access", dataset: { ref }, onclick: async () => {
+      ask.disabled = true;
+      try {
+        await requestAccess(ref);
+        // The button keeps saying so: the listing may be refused again.
+        ask.textContent = "Access requested";
+        toast("Access requested: the owner will see your request.");
+      } catch (err) {
+        ask.disabled = false;
+        toast(err.message, "error");
+      }
+    } }, "Request access");
+    this.accessButton = ask;
+    this.status.append(" ", ask);
   }
 
   afterRender() {
