@@ -8,6 +8,7 @@ import shutil
 import tempfile
 
 from selenium import webdriver
+from selenium.common.exceptions import StaleElementReferenceException
 from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.by import By
 from selenium.webdriver.support.ui import WebDriverWait
@@ -47,7 +48,11 @@ class Browser:
         self.driver.get(self.base + hash_route)
 
     def wait(self, condition, what, seconds=WAIT_SECONDS):
-        return WebDriverWait(self.driver, seconds, poll_frequency=0.05).until(
+        """Polls condition until it is true. The page re-renders while it is
+        read (a toast replaced, a row recycled), so an element that goes
+        stale between the find and the read counts as "not yet"."""
+        return WebDriverWait(self.driver, seconds, poll_frequency=0.05,
+                             ignored_exceptions=(StaleElementReferenceException,)).until(
             lambda d: condition(), message="waiting for " + what)
 
     def find(self, css):
