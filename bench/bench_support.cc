@@ -142,9 +142,12 @@ void RssSampler::Poll(bool reset) {
     closedir(d);
   }
   const pid_t self = ::getpid();
+  // This program's own forks (between fork and exec) and curl are the
+  // client side.
+  const std::string own_name = procs.count(self) ? procs[self].name : "";
   std::lock_guard<std::mutex> lock(mu_);
   for (const auto& [pid, p] : procs) {
-    if (pid == self || p.name == "curl") continue;
+    if (pid == self || p.name == own_name || p.name == "curl") continue;
     pid_t up = p.ppid;
     for (int depth = 0; up > 1 && up != self && depth < 16; ++depth) {
       auto it = procs.find(up);

@@ -50,8 +50,8 @@ class RssSampler {
     long kib = 0;       // the highest VmHWM seen
     int processes = 0;  // how many processes of that name were seen
   };
-  // Per program name (the kernel's 15-character "Name:"); curl and this
-  // program are left out.
+  // Per program name (the kernel's 15-character "Name:"); curl and
+  // processes named like this program (its forks before exec) are left out.
   std::map<std::string, Peak> peaks();
 
  private:

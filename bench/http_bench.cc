@@ -21,6 +21,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <string>
 
 #include "bench_support.h"
@@ -35,10 +36,14 @@ HttpBenchOptions g_options;
 TEST(HttpBench, EveryFigureAgainstItsAnchor) {
   const char* mode = std::getenv("ORVEL_TEST_WEBAPI_MODE");
   std::printf("web API mode: %s\n", mode && *mode ? mode : "cgi (ORVEL_TEST_WEBAPI_MODE not set)");
-  std::printf("sizes: transfers %llu MiB, memory run %llu MiB; small requests %.1f s each at concurrency %d\n\n",
+  std::printf("sizes: transfers %llu MiB, memory run %llu MiB; small requests %.1f s each at concurrency %d\n",
               static_cast<unsigned long long>(g_options.transfer_bytes >> 20),
               static_cast<unsigned long long>(g_options.memory_bytes >> 20), g_options.seconds,
               g_options.concurrency);
+  std::string load;
+  std::getline(std::ifstream("/proc/loadavg"), load);
+  std::printf("load average at start (1, 5, 15 min): %s; %ld cores\n\n", load.substr(0, 14).c_str(),
+              ::sysconf(_SC_NPROCESSORS_ONLN));
   std::fflush(stdout);
   auto stack = test::TestStack::Start();
   ASSERT_TRUE(stack);

@@ -53,8 +53,8 @@ class HttpBenchSteps {
   double Download(const std::string& mydrive_path, uint64_t size) const;
   double StaticGet(const std::string& url_path) const;
   double Zip(const std::string& mydrive_path) const;
-  // Prints the peaks of one step; those of the memory run also go into
-  // peak_kib_ for the targets.
+  // Prints the peaks of one step; those of the memory run (and of the zip
+  // step, for the archiver) also go into peak_kib_ for the targets.
   void PrintRss(const char* step, RssSampler* rss, bool memory_run);
 
   test::TestStack* stack_;
@@ -63,7 +63,7 @@ class HttpBenchSteps {
   std::string sid_, data_;  // data_: the bench's own files (source, WebDAV, static)
   uint64_t folder_bytes_ = 0;
   std::vector<Target> targets_;
-  std::map<std::string, long> peak_kib_;  // over the memory run, per program
+  std::map<std::string, long> peak_kib_;  // memory run and zip step, per program
 };
 
 }  // namespace orvel::bench
