@@ -23,6 +23,7 @@
 #include <string>
 #include <vector>
 
+#include "bench_support.h"
 #include "nimbard/nimbard.h"
 #include "stack.h"
 #include "thumbnail.h"
@@ -35,10 +36,8 @@ double Ms(Clock::time_point since) {
   return std::chrono::duration<double, std::milli>(Clock::now() - since).count();
 }
 
-double Percentile(std::vector<double> v, double p) {
-  std::sort(v.begin(), v.end());
-  return v[static_cast<size_t>(p * static_cast<double>(v.size() - 1))];
-}
+using orvel::bench::Percentile;
+using orvel::bench::WriteJpeg;
 
 // count text files in folders of 1,000; every 5,000th is named "needle".
 void FillTree(const std::string& home, int count) {
@@ -55,18 +54,6 @@ void FillTree(const std::string& home, int count) {
       ::close(fd);
     }
   }
-}
-
-bool WriteJpeg(const std::string& path, int width, int height) {
-  VipsImage* noise = nullptr;
-  VipsImage* img = nullptr;
-  if (vips_gaussnoise(&noise, width, height, "mean", 128.0, "sigma", 40.0, nullptr) != 0) return false;
-  int rc = vips_cast(noise, &img, VIPS_FORMAT_UCHAR, nullptr);
-  g_object_unref(noise);
-  if (rc != 0) return false;
-  rc = vips_jpegsave(img, path.c_str(), "Q", 90, nullptr);
-  g_object_unref(img);
-  return rc == 0;
 }
 
 void SearchFigures(orvel::test::TestStack& stack, const std::string& user, int files) {

@@ -13,27 +13,13 @@
 #include <string>
 #include <vector>
 
+#include "bench_support.h"
 #include "stack.h"
 
 namespace {
 
-void FillFolder(const std::string& dir, int count) {
-  ::mkdir(dir.c_str(), 0755);
-  char name[64];
-  for (int i = 0; i < count; ++i) {
-    std::snprintf(name, sizeof(name), "/file-%06d.txt", i);
-    int fd = ::open((dir + name).c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    if (fd >= 0) {
-      (void)!::write(fd, name, 8);
-      ::close(fd);
-    }
-  }
-}
-
-double Percentile(std::vector<double> v, double p) {
-  std::sort(v.begin(), v.end());
-  return v[static_cast<size_t>(p * static_cast<double>(v.size() - 1))];
-}
+using orvel::bench::FillFolder;
+using orvel::bench::Percentile;
 
 TEST(ListBench, PageLatencyAgainstFolderSize) {
   auto stack = orvel::test::TestStack::Start();

@@ -21,7 +21,7 @@
 #include <sstream>
 #include <thread>
 
-#include "nimbard/nimbard.h"
+#include "bench_support.h"
 #include "stack.h"
 
 namespace orvel::test {
@@ -30,51 +30,13 @@ namespace {
 using Clock = std::chrono::steady_clock;
 constexpr uint64_t kGiB = 1ull << 30;
 
-// Peak resident KiB per program name while a step runs (polls /proc).
-class RssSampler {
- public:
-  RssSampler() : thread_([this] { Loop(); }) {}
-  ~RssSampler() {
-    stop_ = true;
-    thread_.join();
-  }
-  std::map<std::string, long> peaks() {
-    std::lock_guard<std::mutex> lock(mu_);
-    return peaks_;
-  }
-
- private:
-  void Loop() {
-    while (!stop_) {
-      DIR* d = opendir("/proc");
-      while (dirent* e = d ? readdir(d) : nullptr) {
-        if (e->d_name[0] < '0' || e->d_name[0] > '9') continue;
-        std::ifstream in(std::string("/proc/") + e->d_name + "/status");
-        std::string line, name;
-        long rss = 0;
-        while (std::getline(in, line)) {
-          if (line.rfind("Name:", 0) == 0) name = line.substr(line.find_first_not_of(" \t", 5));
-          if (line.rfind("VmRSS:", 0) == 0) rss = std::stol(line.substr(6));
-        }
-        if (name == "entry.cgi" || name == "orvel-syncd" || name == "zip" || name == "lighttpd") {
-          std::lock_guard<std::mutex> lock(mu_);
-          peaks_[name] = std::max(peaks_[name], rss);
-        }
-      }
-      if (d) closedir(d);
-      std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-  }
-  std::atomic<bool> stop_{false};
-  std::mutex mu_;
-  std::map<std::string, long> peaks_;
-  std::thread thread_;
-};
+using orvel::bench::RssSampler;
+using orvel::bench::WriteRandom;
 
 void Report(const char* what, uint64_t bytes, double seconds, RssSampler* rss) {
   std::printf("%-34s %8.2f s %8.0f MB/s", what, seconds, bytes / seconds / 1e6);
   if (rss) {
-    for (const auto& kv : rss->peaks()) std::printf("  %s %ld MiB", kv.first.c_str(), kv.second / 1024);
+    for (const auto& kv : rss->peaks()) std::printf("  %s %ld MiB", kv.first.c_str(), kv.second.kib / 1024);
   }
   std::printf("\n");
   std::fflush(stdout);
@@ -84,16 +46,6 @@ double Time(const std::function<void()>& fn) {
   auto t0 = Clock::now();
   fn();
   return std::chrono::duration<double>(Clock::now() - t0).count();
-}
-
-void WriteRandom(const std::string& path, uint64_t size) {
-  std::mt19937_64 rng(7);
-  std::vector<uint64_t> block(1 << 17);
-  std::ofstream out(path, std::ios::binary);
-  for (uint64_t done = 0; done < size; done += block.size() * 8) {
-    for (auto& w : block) w = rng();
-    out.write(reinterpret_cast<const char*>(block.data()), block.size() * 8);
-  }
 }
 
 class TransferBench : public ::testing::Test {
@@ -140,27 +92,8 @@ class TransferBench : public ::testing::Test {
     a.insert(a.end(), extra.begin(), extra.end());
     return Curl(a);
   }
-  std::string TaskOf(const ProcessOutput& out) {
-    Json::Value v;
-    std::istringstream(out.out) >> v;
-    return v["data"]["async_task_id"].asString();
-  }
-  void WaitTask(const std::string& id) {
-    Nimbard n;
-    n.SetServer("unix:/tmp/cloud-syncservice", 0);
-    n.SetUser("bench", "", "");
-    n.SetServerVersion(11061);
-    PObject args = PObject::MakeMap();
-    args["task_id"] = id;
-    for (;;) {
-      PObject r;
-      ASSERT_EQ(n.Call("task_get", args, &r), 0) << n.GetLastErrorMessage();
-      std::string s = r["task"]["state"].asString();
-      if (s == "finished") return;
-      ASSERT_TRUE(s == "queued" || s == "running") << r.toJsonString();
-      std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-  }
+  std::string TaskOf(const ProcessOutput& out) { return orvel::bench::TaskOf(out.out); }
+  void WaitTask(const std::string& id) { orvel::bench::WaitTask("bench", id); }
   std::unique_ptr<TestStack> stack_;
   pid_t lighttpd_ = -1;
   int port_ = 0;
@@ -206,7 +139,7 @@ TEST_F(TransferBench, Throughput) {
       WaitTask(TaskOf(r));
     });
     std::printf("%-34s %8.2f s %8.0f files/s", "copy task, 10,000 files", s, 10000 / s);
-    for (const auto& kv : rss.peaks()) std::printf("  %s %ld MiB", kv.first.c_str(), kv.second / 1024);
+    for (const auto& kv : rss.peaks()) std::printf("  %s %ld MiB", kv.first.c_str(), kv.second.kib / 1024);
     std::printf("\n");
   }
 }

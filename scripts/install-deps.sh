@@ -10,7 +10,7 @@ PACKAGES=(
   clang-14 libclang-rt-14-dev
   libvips-dev libpoppler-cpp-dev libicu-dev
   libreoffice-writer-nogui libreoffice-calc-nogui libreoffice-impress-nogui
-  lighttpd curl zip unzip python3 procps
+  lighttpd lighttpd-mod-webdav curl zip unzip python3 procps
   chromium chromium-driver python3-selenium
 )
 
@@ -27,9 +27,10 @@ if [ "$(id -u)" -ne 0 ]; then
 fi
 export DEBIAN_FRONTEND=noninteractive
 apt-get update -qq
-# Debian starts the system lighttpd on port 80 when it is installed; the
-# service runs its own instance, so keep the system one from starting.
-if [[ " ${missing[*]} " == *" lighttpd "* ]] && [ ! -e /usr/sbin/policy-rc.d ]; then
+# Debian starts the system lighttpd on port 80 when it (or a module of it) is
+# installed; the service runs its own instance, so keep the system one from
+# starting.
+if [[ " ${missing[*]} " == *" lighttpd"* ]] && [ ! -e /usr/sbin/policy-rc.d ]; then
   printf '#!/bin/sh\nexit 101\n' > /usr/sbin/policy-rc.d
   chmod +x /usr/sbin/policy-rc.d
   trap 'rm -f /usr/sbin/policy-rc.d' EXIT

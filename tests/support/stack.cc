@@ -255,7 +255,7 @@ SessionRecord TestStack::Login(const std::string& user) {
   return s;
 }
 
-int TestStack::StartHttp() {
+int TestStack::StartHttp(const std::string& extra_conf) {
   if (lighttpd_pid_ > 0) return http_port_;
   http_port_ = FreePort();
   const std::string conf = root_ + "/lighttpd.conf";
@@ -265,6 +265,7 @@ int TestStack::StartHttp() {
        root_ + kTarget + "/var"},
       BaseEnv(root_));
   EXPECT_EQ(r.exit_code, 0) << r.err;
+  if (!extra_conf.empty()) std::ofstream(conf, std::ios::app) << extra_conf;
   lighttpd_pid_ = ::fork();
   if (lighttpd_pid_ == 0) {
     ::execl("/usr/sbin/lighttpd", "lighttpd", "-D", "-f", conf.c_str(), nullptr);

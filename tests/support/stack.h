@@ -104,8 +104,9 @@ class TestStack {
 
   // Starts lighttpd on a free 127.0.0.1 port with the project's rendered
   // configuration, running the real entry.cgi; waits until it answers and
-  // returns the port. Stopped with the stack.
-  int StartHttp();
+  // returns the port. Stopped with the stack. extra_conf is appended to
+  // the rendered configuration (the benches add their own anchors there).
+  int StartHttp(const std::string& extra_conf = "");
   int http_port() const { return http_port_; }
 
   // extra_env: "NAME=value" entries added to the daemon's environment
