@@ -14,6 +14,7 @@ sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import browser  # noqa: E402
 import stack  # noqa: E402
 import test_web_client as base  # noqa: E402
+from selenium.webdriver.support.ui import Select  # noqa: E402
 
 BUILD = base.BUILD
 
@@ -223,6 +224,72 @@ class ClientViewsTest(unittest.TestCase):
         with open(os.path.join(self.stack.home(), "Docs", "draft.txt")) as f:
             self.assertEqual("version one\n", f.read())
         b.find("#revision-close").click()
+        self.step_ok()
+
+    def result_names(self):
+        return sorted(e.text for e in self.b.find_all("#search-results .result-name"))
+
+    def test_8_search_filters_by_type_and_size_at_360_px(self):
+        b = self.b
+        self.put_file("/mydrive", "quokka-notes.txt", "a quokka near the path\n")
+        self.put_file("/mydrive", "quokka-diary.txt", "quokka seen again\n" * 1500)   # 27 KB
+        self.put_file("/mydrive", "quokka-photo.png", "not really a picture")
+        b.emulate_width(360)
+        try:
+            b.open("#/search/quokka")
+            b.text_in("#search-status", '3 results for "quokka"')
+            b.find("#search-filters-toggle").click()
+            form = b.visible("#search-filters-form")
+            Select(b.find("#filter-type")).select_by_value("text")
+            b.find("#filter-max-size").send_keys("10")
+            Select(b.find("#filter-size-unit")).select_by_value("KB")
+            b.find("#filter-apply").click()
+            b.text_in("#search-status", '1 result for "quokka"')
+            self.assertEqual(["quokka-notes.txt"], self.result_names())
+            self.assertTrue(b.driver.current_url.endswith("#/search/quokka?type=text&max=10&unit=KB"))
+            # Usable on a phone: nothing wider than the screen, every control
+            # named and in its role.
+            self.assertLessEqual(b.js("return document.documentElement.scrollWidth"), 360)
+            named = {el.get_attribute("id"): (el.aria_role, el.accessible_name) for el in
+                     form.find_elements("css selector", "select, input, button") if el.get_attribute("id")}
+            self.assertEqual(("combobox", "Type"), named["filter-type"])
+            self.assertEqual(("spinbutton", "At most"), named["filter-max-size"])
+            self.assertEqual(("button", "Apply filters"), named["filter-apply"])
+            self.assertIn("From", named["filter-from"][1])
+            # A reload keeps the filters; owner "others" leaves nothing.
+            b.driver.refresh()
+            b.text_in("#search-status", '1 result for "quokka"')
+            self.assertEqual("10", b.visible("#filter-max-size").get_attribute("value"))
+            Select(b.find("#filter-owner")).select_by_value("others")
+            b.find("#filter-apply").click()
+            b.text_in("#search-status", 'Nothing found for "quokka".')
+            b.find("#filter-clear").click()
+            b.text_in("#search-status", '3 results for "quokka"')
+            # A range that can match nothing is refused before any request.
+            b.find("#filter-min-size").send_keys("5")
+            b.find("#filter-max-size").send_keys("1")
+            b.find("#filter-apply").click()
+            b.text_in("#filter-error", "The smallest size is over the largest size.")
+            self.assertTrue(b.driver.current_url.endswith("#/search/quokka"))
+            self.step_ok()
+        finally:
+            b.reset_width()
+
+    def test_9_filters_become_search_criteria(self):
+        got = self.b.driver.execute_async_script("""
+          const done = arguments[arguments.length - 1];
+          import("/js/search-filters.js").then((f) => {
+            const c = f.criteria(new URLSearchParams(
+              "type=pdf&from=2024-03-01&to=2024-03-02&min=1.5&max=2&unit=MB&owner=custom&user=bob&label=L1&label=L2"));
+            c.span = c.end_date - c.start_date;
+            delete c.start_date; delete c.end_date;
+            done([c, f.criteria(new URLSearchParams("owner=me&min=&max=abc")),
+                  f.hasFilters(new URLSearchParams("unit=KB"))]);
+          }, (e) => done("import failed: " + e.message));""")
+        self.assertEqual([{"file_type": "pdf", "time": "custom", "span": 2 * 86400 - 1,
+                           "min_size": 1572864, "max_size": 2097152, "custom_owner": {"name": "bob"},
+                           "labels": ["L1", "L2"]},
+                          {"owner": "me"}, False], got)
         self.step_ok()
 
 

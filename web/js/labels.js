@@ -11,3 +11,8 @@ export function rememberLabels(items) {
 export function knownLabels() {
   return [...labels.values()].sort((a, b) => a.name.localeCompare(b.name));
 }
+
+// Every label of the person (for now those met on items).
+export async function loadLabels() {
+  return knownLabels();
+}
