@@ -235,6 +235,55 @@ class CollectionsTest(unittest.TestCase):
         # Each toast of the refusal is an error the page showed on purpose.
         self.b.console_errors()
 
+    def detail_labels(self):
+        return [c.text.replace("×", "").strip() for c in self.b.find_all("#detail-labels .label-chip")]
+
+    def test_6_labels_added_and_removed_in_the_details(self):
+        b = self.b
+        self.open_folder("/mydrive")
+        self.select_only("plain.txt")
+        b.find("#details-button").click()
+        b.visible("#details-dialog")
+        facts = {e.get_attribute("data-fact"): e.text for e in b.find_all("#detail-facts dd")}
+        self.assertEqual(("16 B", stack.USER, "/mydrive/plain.txt"),
+                         (facts["size"], facts["owner"], facts["path"]))
+        # The person's labels are offered, those already on the item left out.
+        b.wait(lambda: b.find_all('#detail-label-choices option[value="Money"]'), "Money offered")
+        b.find("#detail-label-name").send_keys("Money")
+        b.find("#detail-label-add").click()
+        b.text_in("#detail-status", 'Added label "Money".')
+        self.assertEqual(["Money"], self.detail_labels())
+        dot = b.find("#detail-labels .label-dot")
+        self.assertEqual("rgba(208, 74, 58, 1)", dot.value_of_css_property("background-color"))
+        b.wait(lambda: not b.find_all('#detail-label-choices option[value="Money"]'), "Money no longer offered")
+        b.find("#detail-label-name").send_keys("Later")
+        b.find("#detail-label-add").click()
+        b.text_in("#detail-status", 'Added label "Later".')
+        self.assertEqual(["Later", "Money"], self.detail_labels())
+        remove = b.find('#detail-labels button[aria-label="Remove label Later"]')
+        self.assertEqual("button", remove.aria_role)
+        remove.click()
+        b.text_in("#detail-status", 'Removed label "Later".')
+        self.assertEqual(["Money"], self.detail_labels())
+        b.find("#details-close").click()
+        b.gone("#details-dialog")
+        # "Later" is on no item now and still listed, from the Label API.
+        b.open("#/labels")
+        b.wait(lambda: [c.text for c in b.find_all("#label-chips .label-chip")] == ["Later", "Money"],
+               "both labels listed")
+        # Searching by the label finds both items that carry it.
+        b.open("#/search/")
+        b.text_in("#search-status", "Type a keyword or choose a filter.")
+        b.find("#search-filters-toggle").click()
+        b.visible("#filter-labels input")
+        money = [e for e in b.find_all("#filter-labels label") if e.text == "Money"][0]
+        money.find_element("css selector", "input").click()
+        b.find("#filter-apply").click()
+        b.text_in("#search-status", "2 results for these filters")
+        self.assertEqual(["budget.txt", "plain.txt"],
+                         sorted(e.text for e in b.find_all("#search-results .result-name")))
+        self.step_ok()
+
 
 if __name__ == "__main__":
     unittest.main()
