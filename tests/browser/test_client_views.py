@@ -8,6 +8,7 @@ folder (the same checks as test_web_client).
 """
 import os
 import sys
+import time
 import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
@@ -224,6 +225,53 @@ class ClientViewsTest(unittest.TestCase):
         with open(os.path.join(self.stack.home(), "Docs", "draft.txt")) as f:
             self.assertEqual("version one\n", f.read())
         b.find("#revision-close").click()
+        self.step_ok()
+
+    def link_row(self, folder, name, token):
+        b = self.b
+        self.open_folder(folder)
+        self.select_only(name)
+        b.find("#share-button").click()
+        return b.visible('.share-link[data-token="%s"]' % token)
+
+    def links_of(self, path):
+        return self.api("""
+          const d = await api.call("list", {path: %r}, {api: "ZEMO.ZemoraOrvel.Sharing"});
+          return d.links.map((l) => [l.role, l.expires, l.has_password]);""" % path)
+
+    def test_a_change_a_links_role_expiry_and_password(self):
+        b = self.b
+        self.put_file("/mydrive/Docs", "plan.txt", "the plan\n")
+        url = self.create_link_in_ui("/mydrive/Docs", "plan.txt")
+        token = url.split("#", 1)[1]
+        row = self.link_row("/mydrive/Docs", "plan.txt", token)
+        change = row.find_element("css selector", ".link-change")
+        change.click()
+        self.assertEqual("true", change.get_attribute("aria-expanded"))
+        b.visible("#link-edit-form")
+        b.find("#link-edit-role").send_keys("Can edit")
+        b.js("arguments[0].value = arguments[1]", b.find("#link-edit-expires"), "2031-05-20")
+        b.find("#link-edit-password").send_keys("pw-2")
+        b.find("#link-edit-save").click()
+        b.text_in("#share-status", "Link changed.")
+        b.text_in('.share-link[data-token="%s"]' % token, "can edit, until May 20, 2031")
+        until = int(time.mktime((2031, 5, 20, 23, 59, 59, 0, 0, -1)))
+        self.assertEqual([["editor", until, True]], self.links_of("/mydrive/Docs/plan.txt"))
+
+        # No expiry and no password any more: a visitor gets in at once.
+        b.find('.share-link[data-token="%s"] .link-change' % token).click()
+        self.assertEqual("2031-05-20", b.visible("#link-edit-expires").get_attribute("value"))
+        b.find("#link-edit-expires").clear()
+        b.find("#link-edit-no-password").click()
+        b.find("#link-edit-save").click()
+        b.wait(lambda: self.links_of("/mydrive/Docs/plan.txt") == [["editor", 0, False]], "link changed again")
+        b.wait(lambda: "until" not in b.find('.share-link[data-token="%s"]' % token).text, "expiry gone")
+        self.assertNotIn("password", b.find('.share-link[data-token="%s"]' % token).text)
+        b.find("#share-close").click()
+        v = self.visitor()
+        v.driver.get(url)
+        v.text_in("#visitor-name", "plan.txt")
+        self.assertEqual([], v.console_errors())
         self.step_ok()
 
     def result_names(self):
