@@ -13,56 +13,14 @@ import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import browser  # noqa: E402
-import stack  # noqa: E402
-import test_web_client as base  # noqa: E402
+import steps  # noqa: E402
 from selenium.webdriver.support.ui import Select  # noqa: E402
 
-BUILD = base.BUILD
 
-
-class ClientViewsTest(unittest.TestCase):
+class ClientViewsTest(steps.ClientSteps, unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        cls.stack = stack.Stack(BUILD)
-        try:
-            cls.b = browser.Browser(cls.stack.url)
-        except Exception:
-            cls.stack.close()
-            raise
-
-    @classmethod
-    def tearDownClass(cls):
-        cls.b.close()
-        cls.stack.close()
-
-    setUp = base.WebClientTest.setUp
-    tearDown = base.WebClientTest.tearDown
-    step_ok = base.WebClientTest.step_ok
-    login = base.WebClientTest.login
-    row = base.WebClientTest.row
-    select_only = base.WebClientTest.select_only
-    open_folder = base.WebClientTest.open_folder
-
-    def api(self, script):
-        """Runs script (an async function body with `api` imported) in the
-        signed-in page and answers its result, or "threw: <message>"."""
-        return self.b.driver.execute_async_script("""
-          const done = arguments[arguments.length - 1];
-          import("/js/api.js").then(async (api) => {
-            try { done(await (async () => { %s })()); } catch (e) { done("threw: " + e.message); }
-          }, (e) => done("import failed: " + e.message));
-        """ % script)
-
-    def put_file(self, folder, name, text, policy="overwrite"):
-        """Uploads a text file through the Files API of the signed-in page."""
-        result = self.api("""
-          const up = api.uploadFile(%r, new File([%r], %r), %r, () => {});
-          await up.promise; return "ok";""" % (folder + "/" + name, text, name, policy))
-        self.assertEqual("ok", result)
-
-    def make_folder(self, path):
-        self.assertEqual("ok", self.api('await api.call("create", {path: %r, type: "folder"}); return "ok";'
-                                        % path))
+        cls.start_stack()
 
     def delete_in_ui(self, folder, name):
         b = self.b

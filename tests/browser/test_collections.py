@@ -16,9 +16,8 @@ import urllib.parse
 import urllib.request
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-import browser  # noqa: E402
 import stack  # noqa: E402
-import test_client_views as views  # noqa: E402
+import steps  # noqa: E402
 import test_web_client as base  # noqa: E402
 
 BOB, BOB_PASSWORD = "bob", "bob-pass-1"
@@ -43,37 +42,20 @@ def http_session(url, account, password):
     return call
 
 
-class CollectionsTest(unittest.TestCase):
+def share_from_bob(cls):
+    """bob shares "Holiday plans" with alice and keeps "Private" to himself."""
+    cls.stack.orvelctl("user", "add", BOB, "--password", BOB_PASSWORD)
+    bob = http_session(cls.stack.url, BOB, BOB_PASSWORD)
+    bob("create", path="/mydrive/Holiday plans", type="folder")
+    bob("share", api="ZEMO.ZemoraOrvel.Sharing", path="/mydrive/Holiday plans", kind="user",
+        name=stack.USER, role="viewer")
+    cls.private_id = bob("create", path="/mydrive/Private", type="folder")["file_id"]
+
+
+class CollectionsTest(steps.ClientSteps, unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        cls.stack = stack.Stack(base.BUILD)
-        try:
-            cls.stack.orvelctl("user", "add", BOB, "--password", BOB_PASSWORD)
-            bob = http_session(cls.stack.url, BOB, BOB_PASSWORD)
-            bob("create", path="/mydrive/Holiday plans", type="folder")
-            bob("share", api="ZEMO.ZemoraOrvel.Sharing", path="/mydrive/Holiday plans", kind="user",
-                name=stack.USER, role="viewer")
-            cls.private_id = bob("create", path="/mydrive/Private", type="folder")["file_id"]
-            cls.b = browser.Browser(cls.stack.url)
-        except Exception:
-            cls.stack.close()
-            raise
-
-    @classmethod
-    def tearDownClass(cls):
-        cls.b.close()
-        cls.stack.close()
-
-    setUp = base.WebClientTest.setUp
-    tearDown = base.WebClientTest.tearDown
-    step_ok = base.WebClientTest.step_ok
-    login = base.WebClientTest.login
-    row = base.WebClientTest.row
-    select_only = base.WebClientTest.select_only
-    open_folder = base.WebClientTest.open_folder
-    api = views.ClientViewsTest.api
-    put_file = views.ClientViewsTest.put_file
-    make_folder = views.ClientViewsTest.make_folder
+        cls.start_stack(prepare=share_from_bob)
 
     def put_bytes(self, name, data):
         result = self.api("""
