@@ -8,59 +8,19 @@ folder (the same checks as test_web_client).
 """
 import os
 import sys
+import time
 import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import browser  # noqa: E402
-import stack  # noqa: E402
-import test_web_client as base  # noqa: E402
-
-BUILD = base.BUILD
+import steps  # noqa: E402
+from selenium.webdriver.support.ui import Select  # noqa: E402
 
 
-class ClientViewsTest(unittest.TestCase):
+class ClientViewsTest(steps.ClientSteps, unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        cls.stack = stack.Stack(BUILD)
-        try:
-            cls.b = browser.Browser(cls.stack.url)
-        except Exception:
-            cls.stack.close()
-            raise
-
-    @classmethod
-    def tearDownClass(cls):
-        cls.b.close()
-        cls.stack.close()
-
-    setUp = base.WebClientTest.setUp
-    tearDown = base.WebClientTest.tearDown
-    step_ok = base.WebClientTest.step_ok
-    login = base.WebClientTest.login
-    row = base.WebClientTest.row
-    select_only = base.WebClientTest.select_only
-    open_folder = base.WebClientTest.open_folder
-
-    def api(self, script):
-        """Runs script (an async function body with `api` imported) in the
-        signed-in page and answers its result, or "threw: <message>"."""
-        return self.b.driver.execute_async_script("""
-          const done = arguments[arguments.length - 1];
-          import("/js/api.js").then(async (api) => {
-            try { done(await (async () => { %s })()); } catch (e) { done("threw: " + e.message); }
-          }, (e) => done("import failed: " + e.message));
-        """ % script)
-
-    def put_file(self, folder, name, text, policy="overwrite"):
-        """Uploads a text file through the Files API of the signed-in page."""
-        result = self.api("""
-          const up = api.uploadFile(%r, new File([%r], %r), %r, () => {});
-          await up.promise; return "ok";""" % (folder + "/" + name, text, name, policy))
-        self.assertEqual("ok", result)
-
-    def make_folder(self, path):
-        self.assertEqual("ok", self.api('await api.call("create", {path: %r, type: "folder"}); return "ok";'
-                                        % path))
+        cls.start_stack()
 
     def delete_in_ui(self, folder, name):
         b = self.b
@@ -223,6 +183,119 @@ class ClientViewsTest(unittest.TestCase):
         with open(os.path.join(self.stack.home(), "Docs", "draft.txt")) as f:
             self.assertEqual("version one\n", f.read())
         b.find("#revision-close").click()
+        self.step_ok()
+
+    def link_row(self, folder, name, token):
+        b = self.b
+        self.open_folder(folder)
+        self.select_only(name)
+        b.find("#share-button").click()
+        return b.visible('.share-link[data-token="%s"]' % token)
+
+    def links_of(self, path):
+        return self.api("""
+          const d = await api.call("list", {path: %r}, {api: "ZEMO.ZemoraOrvel.Sharing"});
+          return d.links.map((l) => [l.role, l.expires, l.has_password]);""" % path)
+
+    def test_a_change_a_links_role_expiry_and_password(self):
+        b = self.b
+        self.put_file("/mydrive/Docs", "plan.txt", "the plan\n")
+        url = self.create_link_in_ui("/mydrive/Docs", "plan.txt")
+        token = url.split("#", 1)[1]
+        row = self.link_row("/mydrive/Docs", "plan.txt", token)
+        change = row.find_element("css selector", ".link-change")
+        change.click()
+        self.assertEqual("true", change.get_attribute("aria-expanded"))
+        b.visible("#link-edit-form")
+        b.find("#link-edit-role").send_keys("Can edit")
+        b.js("arguments[0].value = arguments[1]", b.find("#link-edit-expires"), "2031-05-20")
+        b.find("#link-edit-password").send_keys("pw-2")
+        b.find("#link-edit-save").click()
+        b.text_in("#share-status", "Link changed.")
+        b.text_in('.share-link[data-token="%s"]' % token, "can edit, until May 20, 2031")
+        until = int(time.mktime((2031, 5, 20, 23, 59, 59, 0, 0, -1)))
+        self.assertEqual([["editor", until, True]], self.links_of("/mydrive/Docs/plan.txt"))
+
+        # No expiry and no password any more: a visitor gets in at once.
+        b.find('.share-link[data-token="%s"] .link-change' % token).click()
+        self.assertEqual("2031-05-20", b.visible("#link-edit-expires").get_attribute("value"))
+        b.find("#link-edit-expires").clear()
+        b.find("#link-edit-no-password").click()
+        b.find("#link-edit-save").click()
+        b.wait(lambda: self.links_of("/mydrive/Docs/plan.txt") == [["editor", 0, False]], "link changed again")
+        b.wait(lambda: "until" not in b.find('.share-link[data-token="%s"]' % token).text, "expiry gone")
+        self.assertNotIn("password", b.find('.share-link[data-token="%s"]' % token).text)
+        b.find("#share-close").click()
+        v = self.visitor()
+        v.driver.get(url)
+        v.text_in("#visitor-name", "plan.txt")
+        self.assertEqual([], v.console_errors())
+        self.step_ok()
+
+    def result_names(self):
+        return sorted(e.text for e in self.b.find_all("#search-results .result-name"))
+
+    def test_8_search_filters_by_type_and_size_at_360_px(self):
+        b = self.b
+        self.put_file("/mydrive", "quokka-notes.txt", "a quokka near the path\n")
+        self.put_file("/mydrive", "quokka-diary.txt", "quokka seen again\n" * 1500)   # 27 KB
+        self.put_file("/mydrive", "quokka-photo.png", "not really a picture")
+        b.emulate_width(360)
+        try:
+            b.open("#/search/quokka")
+            b.text_in("#search-status", '3 results for "quokka"')
+            b.find("#search-filters-toggle").click()
+            form = b.visible("#search-filters-form")
+            Select(b.find("#filter-type")).select_by_value("text")
+            b.find("#filter-max-size").send_keys("10")
+            Select(b.find("#filter-size-unit")).select_by_value("KB")
+            b.find("#filter-apply").click()
+            b.text_in("#search-status", '1 result for "quokka"')
+            self.assertEqual(["quokka-notes.txt"], self.result_names())
+            self.assertTrue(b.driver.current_url.endswith("#/search/quokka?type=text&max=10&unit=KB"))
+            # Usable on a phone: nothing wider than the screen, every control
+            # named and in its role.
+            self.assertLessEqual(b.js("return document.documentElement.scrollWidth"), 360)
+            named = {el.get_attribute("id"): (el.aria_role, el.accessible_name) for el in
+                     form.find_elements("css selector", "select, input, button") if el.get_attribute("id")}
+            self.assertEqual(("combobox", "Type"), named["filter-type"])
+            self.assertEqual(("spinbutton", "At most"), named["filter-max-size"])
+            self.assertEqual(("button", "Apply filters"), named["filter-apply"])
+            self.assertIn("From", named["filter-from"][1])
+            # A reload keeps the filters; owner "others" leaves nothing.
+            b.driver.refresh()
+            b.text_in("#search-status", '1 result for "quokka"')
+            self.assertEqual("10", b.visible("#filter-max-size").get_attribute("value"))
+            Select(b.find("#filter-owner")).select_by_value("others")
+            b.find("#filter-apply").click()
+            b.text_in("#search-status", 'Nothing found for "quokka".')
+            b.find("#filter-clear").click()
+            b.text_in("#search-status", '3 results for "quokka"')
+            # A range that can match nothing is refused before any request.
+            b.find("#filter-min-size").send_keys("5")
+            b.find("#filter-max-size").send_keys("1")
+            b.find("#filter-apply").click()
+            b.text_in("#filter-error", "The smallest size is over the largest size.")
+            self.assertTrue(b.driver.current_url.endswith("#/search/quokka"))
+            self.step_ok()
+        finally:
+            b.reset_width()
+
+    def test_9_filters_become_search_criteria(self):
+        got = self.b.driver.execute_async_script("""
+          const done = arguments[arguments.length - 1];
+          import("/js/search-filters.js").then((f) => {
+            const c = f.criteria(new URLSearchParams(
+              "type=pdf&from=2024-03-01&to=2024-03-02&min=1.5&max=2&unit=MB&owner=custom&user=bob&label=L1&label=L2"));
+            c.span = c.end_date - c.start_date;
+            delete c.start_date; delete c.end_date;
+            done([c, f.criteria(new URLSearchParams("owner=me&min=&max=abc")),
+                  f.hasFilters(new URLSearchParams("unit=KB"))]);
+          }, (e) => done("import failed: " + e.message));""")
+        self.assertEqual([{"file_type": "pdf", "time": "custom", "span": 2 * 86400 - 1,
+                           "min_size": 1572864, "max_size": 2097152, "custom_owner": {"name": "bob"},
+                           "labels": ["L1", "L2"]},
+                          {"owner": "me"}, False], got)
         self.step_ok()
 
 

@@ -16,9 +16,8 @@ import urllib.parse
 import urllib.request
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-import browser  # noqa: E402
 import stack  # noqa: E402
-import test_client_views as views  # noqa: E402
+import steps  # noqa: E402
 import test_web_client as base  # noqa: E402
 
 BOB, BOB_PASSWORD = "bob", "bob-pass-1"
@@ -43,37 +42,20 @@ def http_session(url, account, password):
     return call
 
 
-class CollectionsTest(unittest.TestCase):
+def share_from_bob(cls):
+    """bob shares "Holiday plans" with alice and keeps "Private" to himself."""
+    cls.stack.orvelctl("user", "add", BOB, "--password", BOB_PASSWORD)
+    bob = http_session(cls.stack.url, BOB, BOB_PASSWORD)
+    bob("create", path="/mydrive/Holiday plans", type="folder")
+    bob("share", api="ZEMO.ZemoraOrvel.Sharing", path="/mydrive/Holiday plans", kind="user",
+        name=stack.USER, role="viewer")
+    cls.private_id = bob("create", path="/mydrive/Private", type="folder")["file_id"]
+
+
+class CollectionsTest(steps.ClientSteps, unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        cls.stack = stack.Stack(base.BUILD)
-        try:
-            cls.stack.orvelctl("user", "add", BOB, "--password", BOB_PASSWORD)
-            bob = http_session(cls.stack.url, BOB, BOB_PASSWORD)
-            bob("create", path="/mydrive/Holiday plans", type="folder")
-            bob("share", api="ZEMO.ZemoraOrvel.Sharing", path="/mydrive/Holiday plans", kind="user",
-                name=stack.USER, role="viewer")
-            cls.private_id = bob("create", path="/mydrive/Private", type="folder")["file_id"]
-            cls.b = browser.Browser(cls.stack.url)
-        except Exception:
-            cls.stack.close()
-            raise
-
-    @classmethod
-    def tearDownClass(cls):
-        cls.b.close()
-        cls.stack.close()
-
-    setUp = base.WebClientTest.setUp
-    tearDown = base.WebClientTest.tearDown
-    step_ok = base.WebClientTest.step_ok
-    login = base.WebClientTest.login
-    row = base.WebClientTest.row
-    select_only = base.WebClientTest.select_only
-    open_folder = base.WebClientTest.open_folder
-    api = views.ClientViewsTest.api
-    put_file = views.ClientViewsTest.put_file
-    make_folder = views.ClientViewsTest.make_folder
+        cls.start_stack(prepare=share_from_bob)
 
     def put_bytes(self, name, data):
         result = self.api("""
@@ -234,6 +216,55 @@ class CollectionsTest(unittest.TestCase):
         self.assertIn(stack.USER, self.stack.orvelctl("access-requests", BOB))
         # Each toast of the refusal is an error the page showed on purpose.
         self.b.console_errors()
+
+    def detail_labels(self):
+        return [c.text.replace("×", "").strip() for c in self.b.find_all("#detail-labels .label-chip")]
+
+    def test_6_labels_added_and_removed_in_the_details(self):
+        b = self.b
+        self.open_folder("/mydrive")
+        self.select_only("plain.txt")
+        b.find("#details-button").click()
+        b.visible("#details-dialog")
+        facts = {e.get_attribute("data-fact"): e.text for e in b.find_all("#detail-facts dd")}
+        self.assertEqual(("16 B", stack.USER, "/mydrive/plain.txt"),
+                         (facts["size"], facts["owner"], facts["path"]))
+        # The person's labels are offered, those already on the item left out.
+        b.wait(lambda: b.find_all('#detail-label-choices option[value="Money"]'), "Money offered")
+        b.find("#detail-label-name").send_keys("Money")
+        b.find("#detail-label-add").click()
+        b.text_in("#detail-status", 'Added label "Money".')
+        self.assertEqual(["Money"], self.detail_labels())
+        dot = b.find("#detail-labels .label-dot")
+        self.assertEqual("rgba(208, 74, 58, 1)", dot.value_of_css_property("background-color"))
+        b.wait(lambda: not b.find_all('#detail-label-choices option[value="Money"]'), "Money no longer offered")
+        b.find("#detail-label-name").send_keys("Later")
+        b.find("#detail-label-add").click()
+        b.text_in("#detail-status", 'Added label "Later".')
+        self.assertEqual(["Later", "Money"], self.detail_labels())
+        remove = b.find('#detail-labels button[aria-label="Remove label Later"]')
+        self.assertEqual("button", remove.aria_role)
+        remove.click()
+        b.text_in("#detail-status", 'Removed label "Later".')
+        self.assertEqual(["Money"], self.detail_labels())
+        b.find("#details-close").click()
+        b.gone("#details-dialog")
+        # "Later" is on no item now and still listed, from the Label API.
+        b.open("#/labels")
+        b.wait(lambda: [c.text for c in b.find_all("#label-chips .label-chip")] == ["Later", "Money"],
+               "both labels listed")
+        # Searching by the label finds both items that carry it.
+        b.open("#/search/")
+        b.text_in("#search-status", "Type a keyword or choose a filter.")
+        b.find("#search-filters-toggle").click()
+        b.visible("#filter-labels input")
+        money = [e for e in b.find_all("#filter-labels label") if e.text == "Money"][0]
+        money.find_element("css selector", "input").click()
+        b.find("#filter-apply").click()
+        b.text_in("#search-status", "2 results for these filters")
+        self.assertEqual(["budget.txt", "plain.txt"],
+                         sorted(e.text for e in b.find_all("#search-results .result-name")))
+        self.step_ok()
 
 
 if __name__ == "__main__":

@@ -19,8 +19,8 @@ from selenium.webdriver.common.keys import Keys
 from selenium.webdriver.support.ui import Select
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-import browser  # noqa: E402
 import stack  # noqa: E402
+import steps  # noqa: E402
 
 def png(width, height):
     """A small RGB PNG, so the grid has a real thumbnail to show."""
@@ -34,78 +34,26 @@ def png(width, height):
             + chunk(b"IDAT", zlib.compress(rows)) + chunk(b"IEND", b""))
 
 
-BUILD = os.environ.get("ORVEL_BUILD_DIR", os.path.join(stack.REPO, "build"))
+def write_upload_sources(cls):
+    """The files the tests upload through the file input."""
+    cls.files = os.path.join(cls.stack.root, "upload-src")
+    os.makedirs(cls.files)
+    contents = {"notes.txt": "meeting notes about the quarterly budget\n",
+                "report.txt": "the annual zephyrine report for the board\n",
+                "todo.md": "buy milk\n" * 2000}
+    for name, text in contents.items():
+        with open(os.path.join(cls.files, name), "w") as f:
+            f.write(text)
 
 
-class WebClientTest(unittest.TestCase):
+class WebClientTest(steps.ClientSteps, unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        cls.stack = stack.Stack(BUILD)
-        cls.files = os.path.join(cls.stack.root, "upload-src")
-        os.makedirs(cls.files)
-        contents = {"notes.txt": "meeting notes about the quarterly budget\n",
-                    "report.txt": "the annual zephyrine report for the board\n",
-                    "todo.md": "buy milk\n" * 2000}
-        for name, text in contents.items():
-            with open(os.path.join(cls.files, name), "w") as f:
-                f.write(text)
-        try:
-            cls.b = browser.Browser(cls.stack.url)
-        except Exception:
-            cls.stack.close()
-            raise
-
-    @classmethod
-    def tearDownClass(cls):
-        cls.b.close()
-        cls.stack.close()
-
-    def setUp(self):
-        self.b.console_errors()   # start each test with an empty log
-
-    def tearDown(self):
-        outcome = getattr(self, "_outcome", None)
-        errors = getattr(outcome, "errors", None) or []
-        result = getattr(outcome, "result", None)
-        failed = any(exc for _, exc in errors) or (
-            result is not None and any(t is self for t, _ in result.failures + result.errors))
-        if failed:
-            path = os.path.join(BUILD, "browser-%s.png" % self._testMethodName)
-            self.b.screenshot(path)
-            sys.stderr.write("screenshot: %s\n" % path)
-
-    def step_ok(self):
-        """Fails on any console error since the last call."""
-        errors = self.b.console_errors()
-        self.assertEqual([], errors, "browser console errors")
-
-    def login(self):
-        b = self.b
-        b.open()
-        b.visible("#login-account").send_keys(stack.USER)
-        b.find("#login-password").send_keys(stack.PASSWORD)
-        b.find("#login-submit").click()
-        b.visible("#breadcrumbs")
-        self.step_ok()
+        cls.start_stack(prepare=write_upload_sources)
 
     def clear_uploads(self):
         if self.b.find("#upload-panel").is_displayed():
             self.b.find("#upload-clear").click()
-
-    def row(self, name):
-        return self.b.visible('.vrow[data-name="%s"]' % name)
-
-    def select_only(self, name):
-        self.row(name).click()
-        self.b.wait(lambda: self.row(name).get_attribute("aria-selected") == "true", name + " selected")
-
-    def open_folder(self, path):
-        b = self.b
-        b.open("#/files" + path)
-        b.wait(lambda: b.find('#breadcrumbs [aria-current="page"]').text == path.split("/")[-1]
-               or (path == "/mydrive" and b.find('#breadcrumbs [aria-current="page"]').text == "My files"),
-               "breadcrumbs of " + path)
-        b.wait(lambda: "Loading" not in b.find("#list-status").text, "listing of " + path)
 
     # -- tests, in order ---------------------------------------------------
 

@@ -1,5 +1,6 @@
 // What the toolbar and the keys do with the selection: new folder, upload,
-// download, rename, move, copy, delete (to the recycle bin) and star. Copy,
+// download, rename, move, copy, delete (to the recycle bin), star, and the
+// dialogs of one item (share, versions, preview, details). Copy,
 // move and delete are tasks of the service, followed until they end.
 import { h, toast } from "./dom.js";
 import { call } from "./api.js";
@@ -9,6 +10,7 @@ import { download } from "./download.js";
 import { openShareDialog, canShare } from "./share.js";
 import { openRevisions } from "./revisions.js";
 import { openPreview } from "./preview.js";
+import { openDetails } from "./details.js";
 
 function plural(n, word) { return `${n} ${word}${n === 1 ? "" : "s"}`; }
 
@@ -43,6 +45,7 @@ export class Actions {
       button("share-button", "Share", this.share, -1),
       button("versions-button", "Versions", this.versions, -1),
       button("preview-button", "Preview", this.preview, -1),
+      button("details-button", "Details", this.details, -1),
     ];
   }
 
@@ -132,6 +135,16 @@ export class Actions {
     await call("restore", { files: ids, conflict: "autorename" }, { api: "ZEMO.ZemoraOrvel.Recycle" });
     toast(`Restored ${what}.`);
     this.view.refresh();
+  }
+
+  // Labels changed in the details are shown on the row at once.
+  async details() {
+    const [item] = await this.view.selectedItems();
+    if (!item) return;
+    openDetails(item, (fresh) => {
+      item.labels = fresh.labels;
+      this.view.changed();
+    });
   }
 
   async preview() {

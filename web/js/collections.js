@@ -9,7 +9,7 @@ import { addModule } from "./modules.js";
 import { go, filesHash } from "./router.js";
 import { openPreview } from "./preview.js";
 import { download } from "./download.js";
-import { rememberLabels, knownLabels } from "./labels.js";
+import { rememberLabels, knownLabels, loadLabels, labelChip } from "./labels.js";
 
 const PAGE = 200;
 
@@ -18,17 +18,6 @@ function parentOf(path) { return (path || "").replace(/\/[^/]*$/, "") || "/"; }
 export function openItem(item) {
   if (item.type === "dir") return go(filesHash(item.path));
   return openPreview(item).then((shown) => { if (!shown) download([item]); });
-}
-
-function labelChip(label) {
-  return h("span.label-chip", { dataset: { labelId: label.label_id },
-    title: label.name }, h("span.label-dot", { "aria-hidden": "true" }), label.name);
-}
-
-// Colours come from the server as "#rrggbb"; anything else is left out.
-function paint(chip, color) {
-  if (/^#[0-9a-fA-F]{6}$/.test(color || "")) chip.firstChild.style.backgroundColor = color;
-  return chip;
 }
 
 class ItemTable {
@@ -72,7 +61,7 @@ class ItemTable {
     return h("tr.collection-row", { dataset: { name: item.name, path: item.path || "" } },
       h("td", {}, open, item.starred ? h("span.star", { "aria-label": "starred" }, " ★") : null),
       h("td.collection-folder", {}, parentOf(item.display_path || item.path)),
-      h("td.collection-labels", {}, (item.labels || []).map((l) => paint(labelChip(l), l.color))),
+      h("td.collection-labels", {}, (item.labels || []).map((l) => labelChip(l))),
       h("td", {}, formatTime(item.modified_time)),
       h("td", {}, item.type === "dir" ? "" : formatSize(item.size)));
   }
@@ -113,7 +102,7 @@ simpleModule("starred", "Starred", "list_starred", "Nothing is starred yet.");
 simpleModule("shared-with-me", "Shared with me", "shared_with_me", "Nobody shares anything with you yet.");
 simpleModule("shared-with-others", "Shared with others", "shared_with_others", "You share nothing yet.");
 
-// #/labels lists the labels met on the person's items; #/labels/<id> one
+// #/labels lists the person's labels (the Label API); #/labels/<id> one
 // label's items.
 class LabelsView {
   constructor() {
@@ -123,17 +112,21 @@ class LabelsView {
 
   async show(container, labelId) {
     container.append(this.element);
-    // The labels come with items: the starred and recent ones make them known.
-    await Promise.allSettled([call("list_starred", { limit: PAGE }), call("recent", { limit: PAGE })]
-      .map((p) => p.then((d) => rememberLabels(d.items || []))));
+    let all;
+    try {
+      all = await loadLabels();
+    } catch (err) {
+      clear(this.chips).append(h("p.list-status", { role: "status" }, err.message));
+      return;
+    }
     clear(this.chips);
-    for (const label of knownLabels()) {
-      const chip = paint(labelChip(label), label.color);
+    for (const label of all) {
+      const chip = labelChip(label);
       chip.setAttribute("role", "listitem");
       this.chips.append(h("a.label-link", { href: "#/labels/" + encodeURIComponent(label.label_id),
         "aria-current": label.label_id === labelId ? "page" : null }, chip));
     }
-    if (!knownLabels().length) this.chips.append(h("p.list-status", {}, "No labels yet."));
+    if (!all.length) this.chips.append(h("p.list-status", {}, "No labels yet."));
     if (this.table) this.table.element.remove();
     if (!labelId) return;
     const label = knownLabels().find((l) => l.label_id === labelId);

@@ -1,6 +1,7 @@
 // The sharing dialog of one item (offered when the item's capabilities allow
-// sharing): its links (create with role, expiry and password; copy the URL;
-// remove) and the users it is shared with (share, unshare). The link URL
+// sharing): its links (create with role, expiry and password; change them
+// later; copy the URL; remove) and the users it is shared with (share,
+// unshare). The link URL
 // carries the token in the fragment of s.html, so it never reaches a server
 // log or a third party in a query string.
 import { h, clear, toast, formatTime } from "./dom.js";
@@ -19,6 +20,48 @@ export function canShare(item) {
 function roleSelect(id) {
   return h("select", { id, "aria-label": "Role" },
     h("option", { value: "viewer" }, "Can view"), h("option", { value: "editor" }, "Can edit"));
+}
+
+// The last second of a chosen day "yyyy-mm-dd", and back.
+function dayEnd(day) { return Math.floor(new Date(day + "T23:59:59").getTime() / 1000); }
+function dayOf(seconds) {
+  const d = new Date(seconds * 1000);
+  return `${d.getFullYear()}-${String(d.getMonth() + 1).padStart(2, "0")}-${String(d.getDate()).padStart(2, "0")}`;
+}
+
+// The form that changes one link (Sharing "update_link"): role, expiry (an
+// empty date removes it) and password (a new one, or removed). Only what
+// changed is sent; a new or removed password makes every visitor unlock again.
+function linkEditor(link, status, onSaved, onClose) {
+  const role = roleSelect("link-edit-role");
+  role.value = link.role === "editor" ? "editor" : "viewer";
+  const expires = h("input", { type: "date", id: "link-edit-expires", "aria-label": "Expires on (empty: never)",
+    value: link.expires ? dayOf(link.expires) : "" });
+  const password = h("input", { type: "password", id: "link-edit-password", autocomplete: "new-password",
+    "aria-label": link.has_password ? "New password (empty: keep)" : "Password (optional)",
+    placeholder: link.has_password ? "New password" : "Password (optional)" });
+  const drop = h("input", { type: "checkbox", id: "link-edit-no-password" });
+  const form = h("form.share-form.link-edit", { id: "link-edit-form", "aria-label": "Change link" },
+    role, expires, password,
+    link.has_password ? h("label.check", {}, drop, "Remove the password") : null,
+    h("button.primary", { type: "submit", id: "link-edit-save" }, "Save"),
+    h("button", { type: "button", id: "link-edit-cancel", onclick: () => { form.remove(); onClose(); } },
+      "Cancel"));
+  form.addEventListener("submit", async (event) => {
+    event.preventDefault();
+    const params = { token: link.token };
+    if (role.value !== link.role) params.role = role.value;
+    const newExpiry = expires.value ? dayEnd(expires.value) : 0;
+    if (newExpiry !== (link.expires || 0)) params.expires = newExpiry;
+    if (password.value) params.password = password.value;
+    else if (drop.checked) params.password = "";
+    try {
+      if (Object.keys(params).length > 1) await call("update_link", params, SHARING);
+      status.textContent = Object.keys(params).length > 1 ? "Link changed." : "Nothing to change.";
+      onSaved();
+    } catch (err) { status.textContent = err.message; }
+  });
+  return form;
 }
 
 export function openShareDialog(item) {
@@ -47,6 +90,14 @@ export function openShareDialog(item) {
             toast("Select the address and copy it.", "info");
           }
         } }, "Copy"),
+        h("button.link-change", { type: "button", "aria-expanded": "false", onclick: (event) => {
+          const button = event.currentTarget;
+          const open = button.closest(".share-link").querySelector(".link-edit");
+          const close = () => button.setAttribute("aria-expanded", "false");
+          if (open) { open.remove(); close(); return; }
+          button.closest(".share-link").append(linkEditor(link, status, refresh, close));
+          button.setAttribute("aria-expanded", "true");
+        } }, "Change"),
         h("button.link-remove", { type: "button", onclick: async () => {
           await call("delete_link", { token: link.token }, SHARING);
           toast("Link removed.");
@@ -66,7 +117,7 @@ export function openShareDialog(item) {
 
   async function createLink() {
     const params = { path: item.path, role: linkRole.value };
-    if (expires.value) params.expires = Math.floor(new Date(expires.value + "T23:59:59").getTime() / 1000);
+    if (expires.value) params.expires = dayEnd(expires.value);
     if (password.value) params.password = password.value;
     try {
       await call("create_link", params, SHARING);

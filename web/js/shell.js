@@ -5,7 +5,7 @@ import { h, clear, toast } from "./dom.js";
 import { logout } from "./api.js";
 import { go, filesHash } from "./router.js";
 import { FilesView } from "./files-view.js";
-import { SearchView } from "./search.js";
+import { SearchView, searchHash } from "./search.js";
 import { Uploader } from "./upload.js";
 import { moduleEntries, findModule } from "./modules.js";
 
@@ -23,8 +23,10 @@ export class Shell {
       h("button", { type: "submit", id: "search-submit" }, "Search"));
     searchForm.addEventListener("submit", (event) => {
       event.preventDefault();
+      // A new keyword keeps the filters of the search on screen.
       const keyword = this.searchInput.value.trim();
-      if (keyword) go("#/search/" + encodeURIComponent(keyword));
+      const filters = this.current === this.search.element ? this.search.params : null;
+      if (keyword || (filters && [...filters].length)) go(searchHash(keyword, filters));
     });
     this.nav = h("nav.side-nav", { "aria-label": "Sections" }, h("ul", {},
       h("li", {}, h("a", { href: "#/files/mydrive", id: "nav-files" }, "My files")),
@@ -71,7 +73,7 @@ export class Shell {
     } else if (route.name === "search") {
       this.searchInput.value = route.rest.join("/");
       this.mount(this.search.element);
-      this.search.show(route.rest.join("/"));
+      this.search.show(route.rest.join("/"), route.params);
     } else {
       const module = findModule(route.name);
       if (!module) return go(filesHash("/mydrive"));

@@ -107,6 +107,7 @@ const std::vector<OpSpec>& OpTable() {
       {"admin_backup_add", OpAdminBackupAdd, kOpAdmin | kOpStore},
       {"admin_backup_remove", OpAdminBackupRemove, kOpAdmin | kOpStore},
       {"admin_access_requests", OpAdminAccessRequests, kOpAdmin | kOpStore},
+      {"label_list", OpLabelList, kOpCaller | kOpEnabled | kOpStore},
       {"admin_label_list", OpAdminLabelList, kOpAdmin | kOpStore},
       {"admin_label_set_color", OpAdminLabelSetColour, kOpAdmin | kOpStore},
       {"admin_label_rename", OpAdminLabelRename, kOpAdmin | kOpStore},

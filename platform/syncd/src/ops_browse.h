@@ -47,10 +47,11 @@ Status OpAdminBackupAdd(RequestContext& ctx, const PObject& args, PObject* resul
 Status OpAdminBackupRemove(RequestContext& ctx, const PObject& args, PObject* result);
 Status OpAdminAccessRequests(RequestContext& ctx, const PObject& args, PObject* result);
 
-// Label administration (ops_labels.cc). CheckLabelColour: OK for "#rrggbb"
+// Labels (ops_labels.cc): the caller's list and their administration. CheckLabelColour: OK for "#rrggbb"
 // (hex digits, any case), else kErrLabelColour.
 Status CheckLabelColour(const std::string& colour);
 Status OpAdminLabelList(RequestContext& ctx, const PObject& args, PObject* result);
+Status OpLabelList(RequestContext& ctx, const PObject& args, PObject* result);
 Status OpAdminLabelSetColour(RequestContext& ctx, const PObject& args, PObject* result);
 Status OpAdminLabelRename(RequestContext& ctx, const PObject& args, PObject* result);
 

@@ -1,7 +1,7 @@
-// The administrator's label ops behind "orvelctl label": list a user's
-// labels, set a label's colour, rename a label. A label is named by its id
-// or by its name (ignoring case); colours are "#rrggbb" and are stored in
-// lower case.
+// The label ops: the caller's own list ("label_list", the Label API) and the
+// administrator's ops behind "orvelctl label": list a user's labels, set a
+// label's colour, rename a label. A label is named by its id or by its name
+// (ignoring case); colours are "#rrggbb" and are stored in lower case.
 #include <cctype>
 
 #include "db/browse_store.h"
@@ -51,6 +51,22 @@ Status CheckName(const std::string& name) {
 
 void SetName(const std::string& name, Label* l) { l->name = name; }
 
+// {"labels": [{label_id, name, color}]} of one user, by name.
+Status ListLabelsOf(RequestContext& ctx, const std::string& user, PObject* result) {
+  std::vector<Label> labels;
+  ORVEL_RETURN_IF_ERROR(ctx.store->browse()->ListLabels(user, &labels));
+  PObject list = PObject::MakeArray();
+  for (const Label& l : labels) {
+    PObject p = PObject::MakeMap();
+    p["label_id"] = l.label_id;
+    p["name"] = l.name;
+    p["color"] = l.color;
+    list.push_back(std::move(p));
+  }
+  (*result)["labels"] = std::move(list);
+  return Status::OK();
+}
+
 void SetColour(const std::string& colour, Label* l) {
   l->color = colour;
   for (char& c : l->color) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
@@ -70,18 +86,11 @@ Status OpAdminLabelList(RequestContext& ctx, const PObject& args, PObject* resul
   ORVEL_RETURN_IF_ERROR(ArgString(args, "user", &user));
   UserRecord rec;
   ORVEL_RETURN_IF_ERROR(ctx.d->users->Lookup(user, &rec));
-  std::vector<Label> labels;
-  ORVEL_RETURN_IF_ERROR(ctx.store->browse()->ListLabels(rec.name, &labels));
-  PObject list = PObject::MakeArray();
-  for (const Label& l : labels) {
-    PObject p = PObject::MakeMap();
-    p["label_id"] = l.label_id;
-    p["name"] = l.name;
-    p["color"] = l.color;
-    list.push_back(std::move(p));
-  }
-  (*result)["labels"] = std::move(list);
-  return Status::OK();
+  return ListLabelsOf(ctx, rec.name, result);
+}
+
+Status OpLabelList(RequestContext& ctx, const PObject&, PObject* result) {
+  return ListLabelsOf(ctx, ctx.caller.user.name, result);
 }
 
 Status OpAdminLabelSetColour(RequestContext& ctx, const PObject& args, PObject*) {

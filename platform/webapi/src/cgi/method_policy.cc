@@ -35,6 +35,7 @@ constexpr ReadMethod kReadMethods[] = {
     {"ZEMO.ZemoraOrvel.Revision", "list"},
     {"ZEMO.ZemoraOrvel.Revision", "download"},
     {"ZEMO.ZemoraOrvel.Sharing", "list"},
+    {"ZEMO.ZemoraOrvel.Label", "list"},
 };
 
 }  // namespace

@@ -5,6 +5,7 @@
 // gates, answers, downloads). Each call builds a fresh bridge and fresh
 // handlers, so nothing survives from one request to the next.
 #include "bridge/webapi-bridge.h"
+#include "webapi/orvel/label/register.h"
 #include "webapi/orvel/recycle/register.h"
 #include "webapi/orvel/revision/register.h"
 #include "webapi/orvel/sharing/register.h"
@@ -18,12 +19,14 @@ constexpr const char kTask[] = "ZEMO.ZemoraOrvel.Task";
 constexpr const char kRecycle[] = "ZEMO.ZemoraOrvel.Recycle";
 constexpr const char kRevision[] = "ZEMO.ZemoraOrvel.Revision";
 constexpr const char kSharing[] = "ZEMO.ZemoraOrvel.Sharing";
+constexpr const char kLabel[] = "ZEMO.ZemoraOrvel.Label";
 
 void RegisterClientHandlers(WebAPIBridge& bridge) {
   RegisterTaskHandlers(bridge);
   RegisterRecycleHandlers(bridge);
   RegisterRevisionHandlers(bridge);
   RegisterSharingHandlers(bridge);
+  RegisterLabelHandlers(bridge);
 }
 
 }  // namespace
@@ -51,6 +54,7 @@ ORVEL_CLIENT_EXPORT ZemoAPIEntry gTable[] = {
     {kSharing, 1, "update_link", Process},
     {kSharing, 1, "delete_link", Process},
     {kSharing, 1, "unlock_link", Process},
+    {kLabel, 1, "list", Process},
     {nullptr, 0, nullptr, nullptr},
 };
 // clang-format on
