@@ -7,6 +7,8 @@
 #   CGI_PATH  path of the entry.cgi program
 #   OUT       the file to write; its folder gets lighttpd's pid file
 #   LOGDIR    folder of lighttpd's error log (default: OUT's folder)
+# The data folder (for the X-Sendfile hand-over folder) is ORVEL_DATA_DIR,
+# by default ROOT/volume1/ZemoraOrvel as in orvel.conf's default.
 set -eu
 
 if [ "$#" -ne 5 ] && [ "$#" -ne 6 ]; then
@@ -35,9 +37,12 @@ logdir=${6:-$rundir}
 mkdir -p "$logdir"
 logdir=$(cd "$logdir" && pwd)
 
+datadir=${ORVEL_DATA_DIR:-${root%/}/volume1/ZemoraOrvel}
+handover=$(realpath -m "$datadir/@tmp/handover")/
+
 # Values go between double quotes in the configuration: refuse ones that
 # would end the string.
-for value in "$root" "$docroot" "$cgi" "$logdir" "$rundir"; do
+for value in "$root" "$docroot" "$cgi" "$logdir" "$rundir" "$handover"; do
   case "$value" in
     *'"'*|*'\'*) echo "$0: unsupported character in: $value" >&2; exit 2 ;;
   esac
@@ -54,6 +59,7 @@ sed -e "s|@ROOT@|$(esc "$root")|g" \
     -e "s|@CGI@|$(esc "$cgi")|g" \
     -e "s|@LOGDIR@|$(esc "$logdir")|g" \
     -e "s|@RUNDIR@|$(esc "$rundir")|g" \
+    -e "s|@HANDOVER@|$(esc "$handover")|g" \
     "$here/lighttpd.conf.in" > "$tmp"
 mv "$tmp" "$out"
 trap - EXIT

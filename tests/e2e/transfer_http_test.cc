@@ -1,5 +1,5 @@
 // Transfer over HTTP through lighttpd with curl: a multipart upload lands
-// whole and downloads back byte for byte, a folder of 1,000 files downloads
+// whole and downloads back byte for byte (handed over by X-Sendfile), a folder of 1,000 files downloads
 // as a zip that unzip accepts, copy/move/delete tasks show in the listings,
 // a client that hangs up mid-download leaves no links in @tmp, and a daemon
 // killed between placing a copy and committing it (a fault
@@ -123,10 +123,20 @@ TEST_F(TransferHttpTest, UploadedFileLandsWholeAndDownloadsBack) {
   EXPECT_EQ(r["data"]["hash"].asString(), Sha256Of(src));
   EXPECT_EQ(Sha256Of(stack_->HomeDir("demo") + "/upload.bin"), Sha256Of(src));
 
+  // The download is handed to lighttpd by X-Sendfile: the client sees the
+  // module's headers and the bytes, not the header naming the link.
   const std::string back = stack_->root() + "/download.bin";
-  ProcessOutput down = Post({"method=download", "files=[\"/mydrive/upload.bin\"]"}, {"-o", back});
+  ProcessOutput down = Post({"method=download", "files=[\"/mydrive/upload.bin\"]"}, {"-o", back, "-D", "-"});
   ASSERT_EQ(down.exit_code, 0) << down.err;
   EXPECT_EQ(Sha256Of(back), Sha256Of(src));
+  EXPECT_NE(down.out.find("Content-Disposition: attachment; filename=\"upload.bin\""), std::string::npos)
+      << down.out;
+  EXPECT_NE(down.out.find("Content-Length: 67108864\r\n"), std::string::npos) << down.out;
+  EXPECT_EQ(down.out.find("X-Sendfile"), std::string::npos) << down.out;
+  ProcessOutput links = RunProcess({"/usr/bin/find", stack_->DataDir() + "/@tmp/handover", "-samefile",
+                                    stack_->HomeDir("demo") + "/upload.bin"},
+                                   BaseEnv(stack_->root()));
+  EXPECT_NE(links.out, "") << "not handed over by X-Sendfile";
 }
 
 TEST_F(TransferHttpTest, FolderOfAThousandFilesDownloadsAsAZip) {

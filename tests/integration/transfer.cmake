@@ -15,3 +15,7 @@ orvel_add_test(transfer_archiver_test integration/transfer_archiver_test.cc)
 target_link_libraries(transfer_archiver_test PRIVATE nimbard)
 target_compile_definitions(transfer_archiver_test PRIVATE ORVEL_ARCHIVER_PATH="$<TARGET_FILE:orvel_zip>")
 add_dependencies(transfer_archiver_test orvel_zip)
+
+orvel_add_test(transfer_handover_test integration/transfer_handover_test.cc)
+target_link_libraries(transfer_handover_test PRIVATE orvel_test_support)
+add_dependencies(transfer_handover_test entry.cgi orvel-syncd orvel_files_module orvel_zip)

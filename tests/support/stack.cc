@@ -210,6 +210,7 @@ std::unique_ptr<TestStack> TestStack::Start() {
     Json::Value conf(Json::objectValue);
     conf["web_account"] = ::geteuid() == 0 ? "www-data" : "";
     conf["upload_max_bytes"] = Json::UInt64(4ull << 30);
+    conf["download_x_sendfile"] = false;  // no web server in front until StartHttp
     std::ofstream(target + "/etc/orvel.conf") << JsonText(conf);
   }
   ::symlink(ModulePath().c_str(), (stack->root_ + "/usr/lib/zemo/webapi/libZemoraOrvelFiles.so").c_str());
@@ -255,8 +256,22 @@ SessionRecord TestStack::Login(const std::string& user) {
   return s;
 }
 
+void TestStack::SetConf(const Json::Value& keys) const {
+  const std::string path = root_ + kTarget + "/etc/orvel.conf";
+  Json::Value conf;
+  {
+    std::ifstream in(path);
+    in >> conf;
+  }
+  for (const std::string& k : keys.getMemberNames()) conf[k] = keys[k];
+  std::ofstream(path) << JsonText(conf);
+}
+
 int TestStack::StartHttp(const std::string& extra_conf) {
   if (lighttpd_pid_ > 0) return http_port_;
+  Json::Value handover(Json::objectValue);
+  handover["download_x_sendfile"] = true;
+  SetConf(handover);
   http_port_ = FreePort();
   const std::string conf = root_ + "/lighttpd.conf";
   ProcessOutput r = RunProcess(

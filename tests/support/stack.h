@@ -77,6 +77,10 @@ class TestStack {
   SessionRecord Login(const std::string& user);
   orvel::UserDb& Users();
 
+  // Merges keys into orvel.conf (entry.cgi reads it per request, the
+  // daemon when it starts).
+  void SetConf(const Json::Value& keys) const;
+
   // Runs entry.cgi once.
   CgiResult Cgi(const CgiRequest& request) const;
   // Calls ZEMO.ZemoraOrvel.Files `method` (version 1) as `user` ("" = no
@@ -104,8 +108,10 @@ class TestStack {
 
   // Starts lighttpd on a free 127.0.0.1 port with the project's rendered
   // configuration, running the real entry.cgi; waits until it answers and
-  // returns the port. Stopped with the stack. extra_conf is appended to
-  // the rendered configuration (the benches add their own anchors there).
+  // returns the port. Turns on X-Sendfile downloads (without lighttpd in
+  // front they are off: entry.cgi streams). Stopped with the stack.
+  // extra_conf is appended to the rendered configuration (the benches add
+  // their own anchors there).
   int StartHttp(const std::string& extra_conf = "");
   int http_port() const { return http_port_; }
 

@@ -5,6 +5,7 @@
 // not be read (they are left out), 15 when the output failed.
 // Single-threaded.
 #include <clocale>
+#include <fcntl.h>
 #include <signal.h>
 
 #include <cstdio>
@@ -28,6 +29,10 @@ int main(int argc, char** argv) {
   // Names on disk are UTF-8; the code page conversion starts from there.
   if (!setlocale(LC_CTYPE, "C.UTF-8")) setlocale(LC_CTYPE, "");
   signal(SIGPIPE, SIG_IGN);  // a reader that goes away is a write error
+  // A pipe of one write block (zip_stream.h): each 1 MiB write goes in at
+  // once instead of in sixteen 64 KiB turns of the reader. Best effort: the
+  // output may be a file, or the pipe limit lower.
+  fcntl(1, F_SETPIPE_SZ, static_cast<int>(orvel::archiver::ZipStream::kBlock));
   orvel::archiver::ZipStream zip(1, opts.utf8, opts.code_page);
   bool ok = zip.Open(&error);
   if (ok && !opts.include_dot_only) ok = zip.AddTree(opts.folder, &error);

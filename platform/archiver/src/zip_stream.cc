@@ -19,8 +19,6 @@
 namespace orvel::archiver {
 namespace {
 
-constexpr size_t kBlock = 1 << 20;
-
 struct EntryDeleter {
   void operator()(archive_entry* e) const { archive_entry_free(e); }
 };

@@ -28,6 +28,9 @@ struct StreamResult {
 
 class ZipStream {
  public:
+  // File content is read and written in blocks of this size.
+  static constexpr size_t kBlock = 1 << 20;
+
   // utf8: names as UTF-8 with the flag; else code_page ("" = names as they
   // are on disk).
   ZipStream(int out_fd, bool utf8, const std::string& code_page);

@@ -61,6 +61,7 @@ int SyncConfigMgr::Init() {
   db_connect_ = StringKey(root, "db_connect", data_dir_ + "/@db");
   web_account_ = StringKey(root, "web_account", "www-data");
   upload_max_ = UIntKey(root, "upload_max_bytes", 0);
+  download_x_sendfile_ = !root["download_x_sendfile"].isBool() || root["download_x_sendfile"].asBool();
   idle_ = static_cast<unsigned>(UIntKey(root, "session_idle_seconds", 3600));
   max_ = static_cast<unsigned>(UIntKey(root, "session_max_seconds", 604800));
   workers_ = static_cast<unsigned>(UIntKey(root, "worker_threads", 2));

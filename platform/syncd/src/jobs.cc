@@ -8,6 +8,7 @@
 
 #include "daemon.h"
 #include "log.h"
+#include "nimbard/handover.h"
 #include "paths.h"
 #include "recycle.h"
 #include "reconcile.h"
@@ -113,6 +114,9 @@ void JobRunner::Loop() {
       PurgeExpired(*d_);
       last_purge = now;
     }
+    // X-Sendfile hand-over links are only needed until the web server has
+    // opened them (nimbard/handover.h); the loop comes by at least every minute.
+    SweepHandOver(d_->layout.tmp, now, kHandOverLinkSeconds);
     if (now - last_clean >= kTmpCleanEvery) {
       int removed = 0;
       CleanTmp(*d_, kTmpMaxAge, &removed);

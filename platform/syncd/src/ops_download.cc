@@ -11,6 +11,7 @@
 #include <cerrno>
 
 #include "access.h"
+#include "hooks.h"
 #include "jobs.h"
 #include "log.h"
 #include "nimbard/utf8.h"
@@ -112,6 +113,7 @@ Status OpDownload(RequestContext& ctx, const PObject& args, PObject* result) {
   const Resolved& f = items.front();
   const std::string dst = temp_dir + "/" + f.node.name;
   ORVEL_RETURN_IF_ERROR(HandOver(*ctx.d, f, dir.get(), f.node.name, dst));
+  RunHook("download-file-linked");
   (*result)["file_path"] = dst;
   (*result)["file_name"] = orvel::ValidUtf8(f.node.name);  // the name the browser saves: valid UTF-8
   return Status::OK();

@@ -119,8 +119,8 @@ Status StageInline(Daemon& d, const std::string& b64, NewContent* c) {
 Status StageDataPath(Daemon& d, uid_t peer_uid, const UpdateArgs& a, NewContent* c) {
   StagedData src;
   ORVEL_RETURN_IF_ERROR(OpenStagedData(d.layout, peer_uid, a.data_path, &src));
+  ORVEL_RETURN_IF_ERROR(HashStagedData(src, &c->hash, &c->size));
   ScopedFd fd = std::move(src.fd);
-  ORVEL_RETURN_IF_ERROR(HashFd(fd.get(), &c->hash, &c->size));
   if ((a.has_size && a.size != c->size) || (!a.hash.empty() && a.hash != c->hash))
     return Status(kErrHashMismatch, "content does not match its size or hash: " + a.data_path);
   ORVEL_RETURN_IF_ERROR(CopyToTemp(fd.get(), d.layout.tmp, &c->path));

@@ -2,7 +2,8 @@
 // temp folder, with the five conflict policies (docs/wire.md, docs/daemon.md).
 //
 // Order of a file upload, for crash safety: open the source (no links
-// followed), hash it and check size and hash (-1106), fsync it (or copy it
+// followed), hash it (or take the digest entry.cgi recorded on it,
+// staged_data.h) and check size and hash (-1106), fsync it (or copy it
 // into @tmp and fsync when it lies on another file system), then under the
 // write lock: resolve the parent, apply the conflict policy, keep the old
 // content under @versions (overwrite_server), rename into place, fsync the
@@ -138,10 +139,10 @@ struct Staged {
 Status StageFile(Daemon& d, uid_t peer_uid, const UploadArgs& a, Staged* s) {
   StagedData src;
   ORVEL_RETURN_IF_ERROR(OpenStagedData(d.layout, peer_uid, a.data_path, &src));
+  uint64_t size = 0;
+  ORVEL_RETURN_IF_ERROR(HashStagedData(src, &s->hash, &size));
   s->fd = std::move(src.fd);
   s->st = src.st;
-  uint64_t size = 0;
-  ORVEL_RETURN_IF_ERROR(HashFd(s->fd.get(), &s->hash, &size));
   if ((a.has_size && size != a.size) || (!a.hash.empty() && a.hash != s->hash))
     return Status(kErrHashMismatch, "content does not match its size or hash: " + a.data_path);
 

@@ -6,6 +6,9 @@
 
 #include <cerrno>
 
+#include "hooks.h"
+#include "nimbard/sha256.h"
+
 namespace orvel::syncd {
 
 namespace {
@@ -51,6 +54,12 @@ Status OpenStagedData(const Layout& layout, uid_t peer_uid, const std::string& d
     return FsError("fcntl", data_path, errno);
   out->path = layout.tmp + "/" + name;
   return Status::OK();
+}
+
+Status HashStagedData(const StagedData& data, std::string* hex, uint64_t* size) {
+  if (data.st.st_nlink == 1 && LoadDigest(data.fd.get(), hex, size)) return Status::OK();
+  RunHook("staged-data-hash");
+  return HashFd(data.fd.get(), hex, size);
 }
 
 }  // namespace orvel::syncd

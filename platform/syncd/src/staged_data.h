@@ -27,4 +27,13 @@ struct StagedData {
 Status OpenStagedData(const Layout& layout, uid_t peer_uid, const std::string& data_path,
                       StagedData* out);
 
+// The SHA-256 and size of a staged file. The digest that the web framework
+// recorded on the file as it wrote it (nimbard/sha256.h, StoreDigest) is
+// taken as it is when the file has no other hard link and the size and
+// modification time recorded with it still match; otherwise the file is
+// read and hashed (hook point "staged-data-hash" runs first). Only peers the
+// daemon already trusts to act for users can stage a file or write that
+// record on it (docs/transfer.md, "One hash per upload").
+Status HashStagedData(const StagedData& data, std::string* hex, uint64_t* size);
+
 }  // namespace orvel::syncd

@@ -27,8 +27,9 @@ class Sha256 {
 // A digest recorded on a file (extended attribute "user.orvel.sha256") by the
 // process that wrote it, together with the size and modification time it
 // had then. The web framework records one on every upload it receives, so
-// that the module does not read gigabytes again only to hash them; the
-// daemon never trusts it and hashes what it stores itself.
+// that neither the module nor the daemon reads gigabytes again only to hash
+// them. It is the writer's word: the daemon takes it only from the peers it
+// trusts to act for users, on a staged file with no other link (staged_data.h).
 // StoreDigest: true when recorded (file systems without user attributes
 // simply keep none). LoadDigest: true only when size and time still match.
 bool StoreDigest(int fd, const std::string& hex);

@@ -33,6 +33,9 @@ class SyncConfigMgr {
   std::string GetSocketPath() const;          // resolved "/tmp/cloud-syncservice"
   std::string GetWebAccount() const;          // "www-data"; "" = do not switch
   uint64_t GetUploadMaxBytes() const;         // 0 = unlimited
+  // Downloads of one file are handed to the web server by X-Sendfile
+  // (true) instead of streamed through entry.cgi.
+  bool GetDownloadXSendfile() const { return download_x_sendfile_; }
   uint64_t GetRevisionKeepCount() const;      // 32 older contents per file; 0 = keep none
   uint64_t GetRevisionKeepDays() const;       // 0 = no age limit
   unsigned GetSessionIdleSeconds() const;     // 3600
@@ -64,6 +67,7 @@ class SyncConfigMgr {
  private:
   std::string working_dir_, data_dir_, db_connect_, db_backend_ = "sqlite", web_account_ = "www-data";
   uint64_t upload_max_ = 0;
+  bool download_x_sendfile_ = true;
   uint64_t revision_keep_count_ = 32, revision_keep_days_ = 0;
   unsigned idle_ = 3600, max_ = 604800, workers_ = 2;
   int64_t throttle_clock_ = 0;

@@ -6,6 +6,8 @@
 
 #include <json/json.h>
 
+#include <sys/stat.h>
+
 #include <cstdint>
 #include <cstdio>
 #include <string>
@@ -88,4 +90,35 @@ class HTTPFileOutputer {
   // 0 on success, -1 with errno set.
   int Output(const std::string& path, const std::string& content_type);
   int Output(FILE* pipe, const std::string& name, const std::string& content_type);
+};
+
+// Hands a regular file to the web server instead of streaming it (the web
+// server must take "X-Sendfile" from entry.cgi for the hand-over folder,
+// docs/transfer.md "Downloads by hand-over"). Stage hard-links the file,
+// which must lie below tmp_dir (the data folder's @tmp), into the hand-over
+// folder <tmp_dir>/handover; Output checks that link right before the
+// hand-over and writes "Content-Type", "X-Sendfile" (the link's path),
+// "Status" and the blank line. The link outlives the object (the web server
+// opens it later) and is swept after a few minutes.
+class HTTPFileHandOver {
+ public:
+  explicit HTTPFileHandOver(std::string tmp_dir);
+  ~HTTPFileHandOver();  // removes a link that was not handed over
+  HTTPFileHandOver(const HTTPFileHandOver&) = delete;
+  HTTPFileHandOver& operator=(const HTTPFileHandOver&) = delete;
+
+  // 0, or -1 with errno: EPERM (not below tmp_dir, or a hand-over folder
+  // that is not the effective user's), ELOOP (a symbolic link on the way),
+  // EINVAL (not a regular file), or that of the failed call.
+  int Stage(const std::string& path);
+  // 0, or -1 with errno and nothing written: EPERM when the link is no
+  // longer in the hand-over folder or no longer the staged file.
+  int Output(const std::string& content_type, FILE* out = stdout);
+  const std::string& link_path() const { return link_path_; }
+
+ private:
+  std::string tmp_dir_;
+  std::string link_path_;
+  struct stat staged_ = {};
+  bool handed_over_ = false;
 };

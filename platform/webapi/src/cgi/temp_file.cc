@@ -37,7 +37,21 @@ orvel::Status TempFile::Append(const char* data, size_t len) {
   ORVEL_RETURN_IF_ERROR(io::WriteAll(fd_.get(), data, len, path_));
   sha_.Update(data, len);
   size_ += len;
+  if (size_ - written_back_ >= kWritebackBytes) StartWriteback();
   return orvel::Status::OK();
+}
+
+// Best effort: a file system that cannot do it simply writes at the fsync.
+void TempFile::StartWriteback() {
+  const uint64_t start = written_back_;
+  ::sync_file_range(fd_.get(), static_cast<off64_t>(start), static_cast<off64_t>(size_ - start),
+                    SYNC_FILE_RANGE_WRITE);
+  if (start > waited_) {
+    ::sync_file_range(fd_.get(), static_cast<off64_t>(waited_), static_cast<off64_t>(start - waited_),
+                      SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER);
+    waited_ = start;
+  }
+  written_back_ = size_;
 }
 
 void TempFile::Close() {

@@ -28,8 +28,13 @@ class TempFile {
   int fd() const { return fd_.get(); }
   uint64_t size() const { return size_; }
 
-  // Appends data, hashing it on the way.
+  // Appends data, hashing it on the way. Every kWritebackBytes written are
+  // handed to the disk at once (sync_file_range), and the window before
+  // them is waited for, so the daemon's fsync before it renames the file
+  // into place finds at most two windows still to write, and the page cache
+  // holds no more than that of the upload's dirty pages.
   orvel::Status Append(const char* data, size_t len);
+  static constexpr uint64_t kWritebackBytes = 8 << 20;
   // Hands the file to another owner (the web account) so that a module
   // running with that identity can read it.
   orvel::Status Chown(uid_t uid, gid_t gid);
@@ -41,7 +46,11 @@ class TempFile {
   TempFile(std::string path, int fd) : path_(std::move(path)), fd_(fd) {}
   std::string path_;
   io::UniqueFd fd_;
+  void StartWriteback();
+
   uint64_t size_ = 0;
+  uint64_t written_back_ = 0;  // bytes handed to the disk so far
+  uint64_t waited_ = 0;        // bytes known to be on the disk
   orvel::Sha256 sha_;
 };
 

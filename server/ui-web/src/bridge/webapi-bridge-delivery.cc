@@ -15,6 +15,7 @@
 #include "module-log.h"
 #include "nimbard/file.h"
 #include "nimbard/platform.h"
+#include "nimbard/sync_config.h"
 #include "run-as-root.h"
 #include "webapi-bridge.h"
 #include "zemo/nas.h"
@@ -111,12 +112,21 @@ void WebAPIBridge::PrintDownloadHeader(const std::string& name, bool attachment)
   printf("Accept-Ranges: none\r\n");
 }
 
+// Files the module staged in the temp folder (downloads, revisions) go to
+// the web server by X-Sendfile unless the configuration turns it off; any
+// other file (a cached thumbnail) is streamed.
 void WebAPIBridge::SendFile(const std::string& name, const std::string& path, bool force_download) {
   const std::string type = DownloadContentType(name, force_download);
-  PrintDownloadHeader(name, force_download);
-  fflush(stdout);
   ORVEL_RUN_AS_ROOT(root, kSourcePath);
   if (!root.ok()) ORVEL_LOG_ERROR("Fail to switch to root\n");
+  SyncConfigMgr conf;
+  const std::string tmp_dir = conf.Init() == 0 ? conf.GetDataDirPath() + "/@tmp" : "";
+  if (conf.GetDownloadXSendfile() && !tmp_dir.empty() && path.rfind(tmp_dir + "/", 0) == 0) {
+    HandOverFile(name, path, type, force_download, tmp_dir);
+    return;
+  }
+  PrintDownloadHeader(name, force_download);
+  fflush(stdout);
   HTTPFileOutputer outputer;
   if (outputer.Output(path, type) < 0) ORVEL_LOG_ERROR("fileOutputer: %m");
 }

@@ -51,6 +51,10 @@ class WebAPIBridge {
   // Raw CGI writers (stdout).
   void PrintDownloadHeader(const std::string& name, bool attachment);
   void SendFile(const std::string& name, const std::string& path, bool force_download);
+  // Hands the file at path (below tmp_dir) to the web server by X-Sendfile,
+  // or answers download error 117 when it is refused. Runs as root.
+  void HandOverFile(const std::string& name, const std::string& path, const std::string& type,
+                    bool force_download, const std::string& tmp_dir);
   // 0, or -1 after printing the download-error headers (code 117).
   int SendArchive(const std::string& name, const std::string& folder, const std::string& codepage);
   // True when folder holds nothing but "." and ".."; false also when it
