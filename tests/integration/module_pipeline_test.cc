@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include "nimbard/nimbard.h"
 #include "stack.h"
 
 namespace orvel::test {
@@ -90,6 +91,33 @@ TEST_F(PipelineTest, FrozenServiceGets502AndRecovers) {
   ExpectError(stack_->Call("alice", "list"), 502, "freeze mode");
   ASSERT_EQ(stack_->Orvelctl({"freeze", "off"}), 0);
   EXPECT_TRUE(stack_->Call("alice", "list")["success"].asBool());
+}
+
+// Requests the daemon has dispatched so far (admin_stats counts itself).
+uint64_t DaemonRequests() {
+  Nimbard admin;
+  admin.SetServer("unix:/tmp/cloud-syncservice", 0);
+  admin.SetServerVersion(11061);
+  admin.SetTimeout(60);
+  PObject stats;
+  EXPECT_EQ(admin.Call("admin_stats", PObject::MakeMap(), &stats), 0) << admin.GetLastErrorMessage();
+  return stats["requests"].asUInt64();
+}
+
+// The status answer carries the freeze flag, so a method that needs the
+// service enabled and not frozen asks the daemon once for both: "list"
+// costs the status call and its own op (and admin_stats counts itself).
+TEST_F(PipelineTest, ServiceStateAndFreezeFlagComeInOneRoundTrip) {
+  ASSERT_TRUE(stack_->Call("alice", "list")["success"].asBool());  // session set up
+  const uint64_t before = DaemonRequests();
+  ASSERT_TRUE(stack_->Call("alice", "list")["success"].asBool());
+  EXPECT_EQ(DaemonRequests() - before, 3u);
+  // A frozen service still refuses after that one call.
+  ASSERT_EQ(stack_->Orvelctl({"freeze", "on"}), 0);
+  const uint64_t frozen_before = DaemonRequests();
+  ExpectError(stack_->Call("alice", "list"), 502, "freeze mode");
+  EXPECT_EQ(DaemonRequests() - frozen_before, 2u);
+  ASSERT_EQ(stack_->Orvelctl({"freeze", "off"}), 0);
 }
 
 TEST_F(PipelineTest, DisabledServiceGets501) {

@@ -5,5 +5,6 @@ orvel_add_test(module_unit_test
   unit/module_builders_test.cc
   unit/module_bridge_test.cc
   unit/module_pipeline_test.cc
-  unit/module_handlers_test.cc)
+  unit/module_handlers_test.cc
+  unit/module_service_call_test.cc)
 target_link_libraries(module_unit_test PRIVATE orvel_bridge_core orvel_module_core zemowebapi nimbard)

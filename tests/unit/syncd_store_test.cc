@@ -8,6 +8,7 @@
 
 #include <cstdlib>
 #include <string>
+#include <vector>
 
 #include "db/list_sql.h"
 #include "db/schema.h"
@@ -134,6 +135,50 @@ TEST_F(StoreTest, NewerDatabaseIsRefused) {
   EXPECT_EQ(st.code(), kErrInternal);
   EXPECT_EQ(st.message(), path_ + ": database schema version 99 is newer than this daemon (" +
                               std::to_string(LatestSchemaVersion()) + ")");
+}
+
+// The one table of migrations (nodes, browsing and tasks parts together)
+// is strictly increasing, so no number repeats and none hides below another.
+TEST(MigrationTable, VersionsStrictlyIncreaseAcrossAllParts) {
+  const std::vector<Migration>& all = SqliteMigrations();
+  ASSERT_FALSE(all.empty());
+  Status st = CheckMigrationOrder(all);
+  EXPECT_TRUE(st.ok()) << st.ToString();
+  for (size_t i = 1; i < all.size(); ++i) EXPECT_LT(all[i - 1].version, all[i].version) << i;
+  EXPECT_EQ(LatestSchemaVersion(), all.back().version);
+}
+
+// A table with a number out of place (or repeated) is refused as a whole,
+// before anything runs, instead of the late entry being skipped.
+TEST_F(StoreTest, OutOfOrderMigrationTableIsRefusedAndAppliesNothing) {
+  const std::vector<Migration> swapped = {
+      {1, "CREATE TABLE a (x)"}, {3, "CREATE TABLE c (x)"}, {2, "CREATE TABLE b (x)"}};
+  const std::vector<Migration> repeated = {{1, "CREATE TABLE a (x)"}, {1, "CREATE TABLE b (x)"}};
+  EXPECT_EQ(CheckMigrationOrder(swapped).message(),
+            "migration table out of order: version 2 at position 3 follows version 3");
+  EXPECT_EQ(CheckMigrationOrder({{0, "SELECT 1"}}).message(),
+            "migration table out of order: version 0 at position 1 follows version 0");
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open(path_.c_str(), &db), SQLITE_OK);
+  Status st = MigrateSqlite(db, swapped, -1);
+  EXPECT_EQ(st.code(), kErrInternal);
+  EXPECT_EQ(st.message(), "migration table out of order: version 2 at position 3 follows version 3");
+  st = MigrateSqlite(db, repeated, -1);
+  EXPECT_EQ(st.code(), kErrInternal);
+  EXPECT_EQ(st.message(), "migration table out of order: version 1 at position 2 follows version 1");
+  int tables = -1;
+  sqlite3_stmt* q = nullptr;
+  ASSERT_EQ(sqlite3_prepare_v2(db, "SELECT COUNT(*) FROM sqlite_master", -1, &q, nullptr), SQLITE_OK);
+  ASSERT_EQ(sqlite3_step(q), SQLITE_ROW);
+  tables = sqlite3_column_int(q, 0);
+  sqlite3_finalize(q);
+  EXPECT_EQ(tables, 0);
+  // The same entries in order apply.
+  ASSERT_TRUE(MigrateSqlite(db, {swapped[0], swapped[2], swapped[1]}, -1).ok());
+  int version = 0;
+  ASSERT_TRUE(ReadSchemaVersion(db, &version).ok());
+  EXPECT_EQ(version, 3);
+  sqlite3_close(db);
 }
 
 TEST_F(StoreTest, ChildCountersFollowInsertsAndVanishing) {

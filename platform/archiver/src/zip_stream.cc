@@ -16,6 +16,8 @@
 #include <memory>
 #include <vector>
 
+#include "nimbard/scoped_fd.h"
+
 namespace orvel::archiver {
 namespace {
 
@@ -23,25 +25,6 @@ struct EntryDeleter {
   void operator()(archive_entry* e) const { archive_entry_free(e); }
 };
 using EntryPtr = std::unique_ptr<archive_entry, EntryDeleter>;
-
-// A file descriptor that closes itself.
-class Fd {
- public:
-  explicit Fd(int fd) : fd_(fd) {}
-  ~Fd() {
-    if (fd_ >= 0) close(fd_);
-  }
-  Fd(const Fd&) = delete;
-  Fd& operator=(const Fd&) = delete;
-  int get() const { return fd_; }
-  void Reset(int fd) {
-    if (fd_ >= 0) close(fd_);
-    fd_ = fd;
-  }
-
- private:
-  int fd_;
-};
 
 // The sorted entry names of an open folder (consumes a dup of the fd).
 bool ReadNames(int dir_fd, std::vector<std::string>* names) {
@@ -117,7 +100,7 @@ bool ZipStream::Open(std::string* error) {
 }
 
 bool ZipStream::AddTree(const std::string& folder, std::string* error) {
-  Fd dir(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  ScopedFd dir(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (dir.get() < 0) {
     *error = "open " + folder + ": " + strerror(errno);
     return false;
@@ -154,7 +137,7 @@ bool ZipStream::AddEntry(int dir_fd, const std::string& name, const std::string&
   EntryPtr entry(archive_entry_new());
   archive_entry_set_mode(entry.get(), st.st_mode);
   archive_entry_set_mtime(entry.get(), st.st_mtime, 0);
-  Fd file(-1);
+  ScopedFd file(-1);
   std::string link_text;  // content of a link stored as a plain file
   if (S_ISDIR(st.st_mode)) {
     archive_entry_set_pathname_utf8(entry.get(), (path + "/").c_str());
@@ -204,7 +187,7 @@ bool ZipStream::AddEntry(int dir_fd, const std::string& name, const std::string&
     return false;
   }
   if (!S_ISDIR(st.st_mode)) return true;
-  Fd sub(openat(dir_fd, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  ScopedFd sub(openat(dir_fd, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (sub.get() < 0) {
     Skip(path, "open folder", errno);
     return true;

@@ -1,6 +1,7 @@
 // File, SimpleFileReader and content hashing (SHA-256).
 #include "nimbard/file.h"
 
+#include "nimbard/scoped_fd.h"
 #include "nimbard/sha256.h"
 
 #include <fcntl.h>
@@ -11,28 +12,13 @@
 
 namespace {
 
-// Closes a descriptor on every way out.
-class FdGuard {
- public:
-  explicit FdGuard(int fd) : fd_(fd) {}
-  ~FdGuard() {
-    if (fd_ >= 0) ::close(fd_);
-  }
-  FdGuard(const FdGuard&) = delete;
-  FdGuard& operator=(const FdGuard&) = delete;
-  int get() const { return fd_; }
-
- private:
-  int fd_;
-};
-
 int RemoveEntry(const char* path, const struct stat*, int flag, struct FTW*) {
   return flag == FTW_DP ? ::rmdir(path) : ::unlink(path);
 }
 
 // Hashes a whole file; bytes read or -1 (errno set).
 int64_t HashInto(const std::string& path, std::string* hex) {
-  FdGuard fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  orvel::ScopedFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
   if (fd.get() < 0) return -1;
   return orvel::HashFileDescriptor(fd.get(), hex);
 }
@@ -74,7 +60,7 @@ int File::Stat() {
 }
 
 int64_t SimpleFileReader::readFile() {
-  FdGuard fd(::open(path_.c_str(), O_RDONLY | O_CLOEXEC));
+  orvel::ScopedFd fd(::open(path_.c_str(), O_RDONLY | O_CLOEXEC));
   if (fd.get() < 0) return -1;
   std::string hex;
   uint64_t size = 0;

@@ -55,6 +55,14 @@ int ServiceStatusGet(std::string& status, int /*flags*/) {
   return 0;
 }
 
+int ServiceStateGet(std::string& status, bool& frozen) {
+  PObject result;
+  if (AskDaemon("status", PObject::MakeMap(), &result) < 0) return -1;
+  status = result["status"].asString();
+  frozen = result.hasMember("frozen") ? result["frozen"].asBool() : IsViewIdFreeze(0);
+  return 0;
+}
+
 bool IsViewIdFreeze(int view_id) {
   PObject args = PObject::MakeMap();
   args["view_id"] = view_id;

@@ -6,6 +6,7 @@
 
 #include <sys/types.h>
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -58,6 +59,9 @@ struct Daemon {
   uid_t self_uid = 0;
   uid_t web_uid = static_cast<uid_t>(-1);  // -1 when the web account is unknown
   int64_t started = 0;
+  // Requests dispatched since start (admin_stats "requests"): lets a test
+  // count the round trips a web request makes.
+  std::atomic<uint64_t> requests{0};
 
   // Serialises the steps of a write that must see a stable tree (name
   // checks, rename into place, database commit). Content is hashed and

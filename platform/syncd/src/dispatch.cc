@@ -156,6 +156,7 @@ PObject Dispatch(Daemon* d, uid_t peer_uid, const PObject& request, int client_f
   ctx.d = d;
   ctx.peer_uid = peer_uid;
   ctx.client_fd = client_fd;
+  d->requests.fetch_add(1, std::memory_order_relaxed);
   Status st;
   PObject result = PObject::MakeMap();
   if (!request.isMap()) {

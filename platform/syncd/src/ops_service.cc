@@ -10,11 +10,18 @@
 
 namespace orvel::syncd {
 
-Status OpStatus(RequestContext& ctx, const PObject&, PObject* result) {
+// The state and, so that a web request needs one round trip for both
+// checks, the freeze flag of "view_id" (default 0).
+Status OpStatus(RequestContext& ctx, const PObject& args, PObject* result) {
+  uint64_t view = 0;
+  if (args.hasMember("view_id")) ORVEL_RETURN_IF_ERROR(ArgUInt(args, "view_id", &view));
   std::string state = "enabled";
   Status st = ctx.store->GetState("status", &state);
   if (!st.ok() && st.code() != kErrNotFound) return st;
+  bool frozen = false;
+  ORVEL_RETURN_IF_ERROR(ctx.store->GetFreeze(static_cast<uint32_t>(view), &frozen));
   (*result)["status"] = state;
+  (*result)["frozen"] = frozen;
   return Status::OK();
 }
 
@@ -72,6 +79,7 @@ Status OpAdminStats(RequestContext& ctx, const PObject&, PObject* result) {
   r["revisions"] = static_cast<unsigned long long>(s.revisions);
   r["unlink_jobs"] = static_cast<unsigned long long>(s.unlink_jobs);
   r["max_id"] = static_cast<unsigned long long>(s.max_id);
+  r["requests"] = static_cast<unsigned long long>(ctx.d->requests.load());
   return Status::OK();
 }
 

@@ -116,13 +116,6 @@ Status FsError(const char* op, const std::string& path, int err) {
   return ErrnoStatus(op, path, err);
 }
 
-ScopedFd::~ScopedFd() { Reset(); }
-
-void ScopedFd::Reset(int fd) {
-  if (fd_ >= 0) close(fd_);
-  fd_ = fd;
-}
-
 TempPathGuard::~TempPathGuard() {
   if (!path_.empty()) RemoveTree(path_);
 }
@@ -158,17 +151,6 @@ Status RenameDurable(const std::string& from, const std::string& to, bool* cross
   if (int e = fault::Check("fs.rename")) return FsError("rename", from + " -> " + to, e);
   if (rename(from.c_str(), to.c_str()) != 0) {
     if (errno == EXDEV && cross_device) *cross_device = true;
-    return FsError("rename", from + " -> " + to, errno);
-  }
-  ORVEL_RETURN_IF_ERROR(FsyncDir(DirOf(to)));
-  if (DirOf(from) != DirOf(to)) ORVEL_RETURN_IF_ERROR(FsyncDir(DirOf(from)));
-  return Status::OK();
-}
-
-Status RenameNoReplaceDurable(const std::string& from, const std::string& to) {
-  if (int e = fault::Check("fs.rename")) return FsError("rename", from + " -> " + to, e);
-  if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) != 0) {
-    if (errno == EEXIST) return Status(kErrNameExists, "name already exists: " + to);
     return FsError("rename", from + " -> " + to, errno);
   }
   ORVEL_RETURN_IF_ERROR(FsyncDir(DirOf(to)));

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <string>
 
+#include "nimbard/scoped_fd.h"
 #include "nimbard/status.h"
 
 namespace orvel::syncd {
@@ -51,26 +52,8 @@ std::string ExtensionOf(const std::string& name);
 // errno -> Status, the one helper of this layer.
 Status FsError(const char* op, const std::string& path, int err);
 
-// A file descriptor that closes itself.
-class ScopedFd {
- public:
-  explicit ScopedFd(int fd = -1) : fd_(fd) {}
-  ~ScopedFd();
-  ScopedFd(const ScopedFd&) = delete;
-  ScopedFd& operator=(const ScopedFd&) = delete;
-  ScopedFd(ScopedFd&& o) noexcept : fd_(o.release()) {}
-  ScopedFd& operator=(ScopedFd&& o) noexcept {
-    if (this != &o) Reset(o.release());
-    return *this;
-  }
-  void Reset(int fd = -1);
-  int get() const { return fd_; }
-  int release() { int f = fd_; fd_ = -1; return f; }
-  bool valid() const { return fd_ >= 0; }
-
- private:
-  int fd_;
-};
+// ScopedFd (nimbard/scoped_fd.h) is the file-descriptor guard here too.
+using orvel::ScopedFd;
 
 // A path that is removed when the guard ends, unless Cancel() was called (a
 // temp file kept after a successful rename).
@@ -96,9 +79,6 @@ Status MakeDirDurable(const std::string& path, mode_t mode);
 // is another folder). kErrStorage with the errno text; EXDEV is returned as
 // is (Status code kErrStorage, message starting "EXDEV") via *cross_device.
 Status RenameDurable(const std::string& from, const std::string& to, bool* cross_device = nullptr);
-// rename(from, to) with RENAME_NOREPLACE (kErrNameExists "name already
-// exists: <to>" when `to` exists), then fsync of both folders.
-Status RenameNoReplaceDurable(const std::string& from, const std::string& to);
 // Links from -> to (hard link), then fsyncs the folder of `to`. EEXIST is
 // not an error (content-addressed targets).
 Status LinkDurable(const std::string& from, const std::string& to);

@@ -98,16 +98,16 @@ int HTTPFileHandOver::Stage(const std::string& path) {
     errno = EPERM;
     return -1;
   }
-  zemo::io::UniqueFd tmp(::open(tmp_dir_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  zemo::io::ScopedFd tmp(::open(tmp_dir_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (tmp.get() < 0) return -1;
-  zemo::io::UniqueFd file(OpenBeneath(tmp.get(), rel));
+  zemo::io::ScopedFd file(OpenBeneath(tmp.get(), rel));
   if (file.get() < 0) return -1;
   if (::fstat(file.get(), &staged_) != 0) return -1;
   if (!S_ISREG(staged_.st_mode)) {
     errno = EINVAL;
     return -1;
   }
-  zemo::io::UniqueFd folder(OpenFolder(tmp.get()));
+  zemo::io::ScopedFd folder(OpenFolder(tmp.get()));
   if (folder.get() < 0) return -1;
   const int64_t now = static_cast<int64_t>(::time(nullptr));
   orvel::SweepHandOver(tmp_dir_, now, orvel::kHandOverLinkSeconds);
@@ -131,7 +131,7 @@ int HTTPFileHandOver::Output(const std::string& content_type, FILE* out) {
     errno = EPERM;
     return -1;
   }
-  zemo::io::UniqueFd fd(::open(resolved.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+  zemo::io::ScopedFd fd(::open(resolved.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
   struct stat st;
   if (fd.get() < 0 || ::fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode) || !SameInode(st, staged_)) {
     errno = EPERM;

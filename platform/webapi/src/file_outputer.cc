@@ -91,7 +91,7 @@ std::string TypeOrDefault(const std::string& type) {
 }  // namespace
 
 int HTTPFileOutputer::Output(const std::string& path, const std::string& content_type) {
-  zemo::io::UniqueFd fd;
+  zemo::io::ScopedFd fd;
   orvel::Status st = zemo::io::Open(path, O_RDONLY, 0, &fd);
   if (!st.ok()) return -1;  // errno is still that of open(2)
   struct stat sb;

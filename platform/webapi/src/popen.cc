@@ -91,10 +91,10 @@ FILE* TLIBCPopen(const std::vector<std::string>& argv, const char* mode) {
   bool reading = mode[0] == 'r';
   int fds[2];
   if (::pipe2(fds, O_CLOEXEC) != 0) return nullptr;
-  zemo::io::UniqueFd read_end(fds[0]), write_end(fds[1]);
+  zemo::io::ScopedFd read_end(fds[0]), write_end(fds[1]);
   pid_t pid = Spawn(argv, reading, reading ? write_end.get() : read_end.get());
   if (pid < 0) return nullptr;
-  zemo::io::UniqueFd& ours = reading ? read_end : write_end;
+  zemo::io::ScopedFd& ours = reading ? read_end : write_end;
   FILE* pipe = ::fdopen(ours.get(), mode);
   if (pipe == nullptr) {
     int err = errno;
@@ -104,7 +104,7 @@ FILE* TLIBCPopen(const std::vector<std::string>& argv, const char* mode) {
     errno = err;
     return nullptr;
   }
-  ours.Release();
+  ours.release();
   std::lock_guard<std::mutex> lock(g_mu);
   Children()[pipe] = pid;
   return pipe;

@@ -46,7 +46,7 @@ class TempFileGuard {
 };
 
 orvel::Status SyncDir(const std::string& dir) {
-  zemo::io::UniqueFd fd;
+  zemo::io::ScopedFd fd;
   ORVEL_RETURN_IF_ERROR(zemo::io::Open(dir, O_RDONLY | O_DIRECTORY, 0, &fd));
   if (::fsync(fd.get()) != 0) return zemo::io::LastError("fsync", dir);
   return orvel::Status::OK();
@@ -58,7 +58,7 @@ orvel::Status WriteAtomically(const std::string& dir, const std::string& path,
   std::string tmpl = path + ".XXXXXX";
   int raw = ::mkostemp(&tmpl[0], O_CLOEXEC);
   if (raw < 0) return zemo::io::LastError("mkstemp", tmpl);
-  zemo::io::UniqueFd fd(raw);
+  zemo::io::ScopedFd fd(raw);
   TempFileGuard guard(tmpl);
   ORVEL_RETURN_IF_ERROR(zemo::io::WriteAll(fd.get(), text.data(), text.size(), tmpl));
   if (::fsync(fd.get()) != 0) return zemo::io::LastError("fsync", tmpl);

@@ -12,6 +12,10 @@
 // Asks the daemon for its state ("enabled", "disabled", "moving_db", ...).
 // Returns 0 and fills status, or -1 when the daemon cannot be asked.
 int ServiceStatusGet(std::string& status, int flags);
+// The state and whether view 0 is frozen, with one round trip. A daemon
+// whose answer has no freeze flag is asked for it separately. Returns 0, or
+// -1 when the daemon cannot be asked.
+int ServiceStateGet(std::string& status, bool& frozen);
 // Whether view view_id is frozen (read-only). A daemon that cannot be asked
 // counts as not frozen (the status check already refuses that request).
 bool IsViewIdFreeze(int view_id);

@@ -165,6 +165,19 @@ const std::vector<Migration>& SqliteMigrations() {
 
 int LatestSchemaVersion() { return SqliteMigrations().back().version; }
 
+Status CheckMigrationOrder(const std::vector<Migration>& table) {
+  int previous = 0;
+  for (size_t i = 0; i < table.size(); ++i) {
+    if (table[i].version <= previous)
+      return Status(kErrInternal, "migration table out of order: version " +
+                                      std::to_string(table[i].version) + " at position " +
+                                      std::to_string(i + 1) + " follows version " +
+                                      std::to_string(previous));
+    previous = table[i].version;
+  }
+  return Status::OK();
+}
+
 Status ReadSchemaVersion(sqlite3* db, int* version) {
   ORVEL_RETURN_IF_ERROR(Exec(db, "CREATE TABLE IF NOT EXISTS schema_version (version INTEGER NOT NULL)"));
   sqlite3_stmt* st = nullptr;
@@ -175,19 +188,24 @@ Status ReadSchemaVersion(sqlite3* db, int* version) {
   return Status::OK();
 }
 
-Status MigrateSqlite(sqlite3* db, int target) {
-  if (target < 0) target = LatestSchemaVersion();
+Status MigrateSqlite(sqlite3* db, int target) { return MigrateSqlite(db, SqliteMigrations(), target); }
+
+Status MigrateSqlite(sqlite3* db, const std::vector<Migration>& table, int target) {
+  // A number out of order would be skipped on every database already past
+  // it; refuse the whole table instead of leaving such a hole.
+  ORVEL_RETURN_IF_ERROR(CheckMigrationOrder(table));
+  const int latest = table.empty() ? 0 : table.back().version;
+  if (target < 0) target = latest;
   // One writer migrates; others wait for the write lock, then see the result.
   ORVEL_RETURN_IF_ERROR(Exec(db, "BEGIN IMMEDIATE"));
   int version = 0;
   Status st = ReadSchemaVersion(db, &version);
   Exec(db, "COMMIT");
   if (!st.ok()) return st;
-  if (version > LatestSchemaVersion())
+  if (version > latest)
     return Status(kErrInternal, "database schema version " + std::to_string(version) +
-                                    " is newer than this daemon (" +
-                                    std::to_string(LatestSchemaVersion()) + ")");
-  for (const Migration& m : SqliteMigrations()) {
+                                    " is newer than this daemon (" + std::to_string(latest) + ")");
+  for (const Migration& m : table) {
     if (m.version > target) break;
     ORVEL_RETURN_IF_ERROR(Exec(db, "BEGIN IMMEDIATE"));
     int current = 0;

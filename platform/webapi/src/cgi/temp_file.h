@@ -45,7 +45,7 @@ class TempFile {
  private:
   TempFile(std::string path, int fd) : path_(std::move(path)), fd_(fd) {}
   std::string path_;
-  io::UniqueFd fd_;
+  io::ScopedFd fd_;
   void StartWriteback();
 
   uint64_t size_ = 0;

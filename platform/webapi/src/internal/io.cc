@@ -9,23 +9,6 @@
 
 namespace zemo::io {
 
-UniqueFd& UniqueFd::operator=(UniqueFd&& o) noexcept {
-  if (this != &o) Reset(o.Release());
-  return *this;
-}
-
-int UniqueFd::Release() {
-  int fd = fd_;
-  fd_ = -1;
-  return fd;
-}
-
-void UniqueFd::Reset(int fd) {
-  // close(2) is not retried on EINTR: on Linux the descriptor is gone anyway.
-  if (fd_ >= 0) ::close(fd_);
-  fd_ = fd;
-}
-
 orvel::Status Error(const std::string& op, const std::string& path, int err) {
   return orvel::ErrnoStatus(op, path, err);
 }
@@ -34,7 +17,7 @@ orvel::Status LastError(const std::string& op, const std::string& path) {
   return Error(op, path, errno);
 }
 
-orvel::Status Open(const std::string& path, int flags, mode_t mode, UniqueFd* out) {
+orvel::Status Open(const std::string& path, int flags, mode_t mode, ScopedFd* out) {
   int fd;
   do {
     fd = ::open(path.c_str(), flags | O_CLOEXEC, mode);
@@ -82,7 +65,7 @@ orvel::Status WriteAll(int fd, const void* data, size_t len, const std::string& 
 }
 
 orvel::Status ReadFile(const std::string& path, std::string* out) {
-  UniqueFd fd;
+  ScopedFd fd;
   ORVEL_RETURN_IF_ERROR(Open(path, O_RDONLY, 0, &fd));
   out->clear();
   char buf[8192];

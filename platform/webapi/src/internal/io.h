@@ -1,6 +1,5 @@
-// Low-level I/O helpers of the web API framework: a scoped file descriptor,
-// the one place where errno becomes an orvel::Status (with the operation and
-// the path attached), and read/write loops that retry EINTR and short
+// Low-level I/O helpers of the web API framework: the one place where errno
+// becomes an orvel::Status (with the operation and the path attached), and read/write loops that retry EINTR and short
 // transfers, and the stop-on-SIGTERM flag of the CGI process. Stateless
 // apart from that flag and the descriptors callers own; thread-safe.
 #pragma once
@@ -10,36 +9,20 @@
 #include <cstddef>
 #include <string>
 
+#include "nimbard/scoped_fd.h"
 #include "nimbard/status.h"
 
 namespace zemo::io {
 
-// Owns one file descriptor; closes it on destruction. Movable, not copyable.
-class UniqueFd {
- public:
-  UniqueFd() = default;
-  explicit UniqueFd(int fd) : fd_(fd) {}
-  ~UniqueFd() { Reset(); }
-  UniqueFd(UniqueFd&& o) noexcept : fd_(o.Release()) {}
-  UniqueFd& operator=(UniqueFd&& o) noexcept;
-  UniqueFd(const UniqueFd&) = delete;
-  UniqueFd& operator=(const UniqueFd&) = delete;
-
-  int get() const { return fd_; }
-  bool valid() const { return fd_ >= 0; }
-  int Release();
-  void Reset(int fd = -1);
-
- private:
-  int fd_ = -1;
-};
+// The descriptors here are owned by orvel::ScopedFd (nimbard/scoped_fd.h).
+using orvel::ScopedFd;
 
 // errno (captured by the caller or read now) as a Status naming op and path.
 orvel::Status Error(const std::string& op, const std::string& path, int err);
 orvel::Status LastError(const std::string& op, const std::string& path);
 
 // open(2) with EINTR retry.
-orvel::Status Open(const std::string& path, int flags, mode_t mode, UniqueFd* out);
+orvel::Status Open(const std::string& path, int flags, mode_t mode, ScopedFd* out);
 // read(2) with EINTR retry: bytes read (0 at end of file) or -1 with errno.
 ssize_t ReadSome(int fd, void* buf, size_t len);
 // Writes all len bytes, retrying EINTR and short writes. what names the

@@ -36,9 +36,11 @@ int OpenDatabase(const char* what, const SyncConfigMgr& conf, OpenFn open) {
 
 int RequestHandler::CheckServiceStatus(const RequestAuthentication&, BridgeRequest&,
                                        BridgeResponse& response) {
+  // The status answer carries the freeze flag: one round trip for both checks.
+  bool frozen = false;
   if (status_option_ & kStatusEnabled) {
     std::string status;
-    if (ServiceStatusGet(status, 1) < 0) {
+    if (ServiceStateGet(status, frozen) < 0) {
       ORVEL_LOG_ERROR("Failed to get Nimbard status");
       response.SetError(401, "failed to get status", __LINE__);
       return -1;
@@ -54,7 +56,8 @@ int RequestHandler::CheckServiceStatus(const RequestAuthentication&, BridgeReque
       return -1;
     }
   }
-  if ((status_option_ & kStatusNotFrozen) && IsFreeze()) {
+  if (!(status_option_ & kStatusEnabled)) frozen = (status_option_ & kStatusNotFrozen) && IsFreeze();
+  if ((status_option_ & kStatusNotFrozen) && frozen) {
     ORVEL_LOG_ERROR("Nimbard is in freeze mode");
     response.SetError(502, "freeze mode", __LINE__);
     return -1;

@@ -6,6 +6,7 @@
 #include "bridge/module-log.h"
 #include "nimbard/nimbard.h"
 #include "orvel/common/orvel_utils.h"
+#include "orvel/common/service_call.h"
 
 namespace orvel::client {
 
@@ -125,13 +126,10 @@ int ClientErrorCode(int service_code) {
 bool CallService(const RequestAuthentication& auth, BridgeRequest& request,
                  BridgeResponse& response, const char* log_source, const std::string& op,
                  const PObject& args, PObject* result) {
-  Nimbard client;
-  SetupNimbardSession(client, auth.user_name, request, "");
-  if (client.Call(op, args, result) == 0) return true;
-  orvel::module::Log(Logger::kError, log_source, __LINE__, "%s failed: %s (%d)", op.c_str(),
-                     client.GetLastErrorMessage().c_str(), client.GetLastError());
-  response.SetError(ClientErrorCode(client.GetLastError()), client.GetLastErrorMessage(), __LINE__);
-  return false;
+  orvel::module::ServiceFailure failure(log_source, __LINE__, op + " failed", nullptr);
+  failure.api_code = ClientErrorCode;
+  return orvel::module::CallService(auth, request, response, std::string(), failure,
+                                    [&](Nimbard& client) { return client.Call(op, args, result); });
 }
 
 Json::Value ToJson(const PObject& value) { return value.toJson(); }

@@ -52,9 +52,9 @@ bool ReadOptionalUInt(const BridgeRequest& request, BridgeResponse& response, co
 int ClientErrorCode(int service_code);
 
 // Calls the service's op with args for the request's caller and fills
-// *result. On failure records the API error (ClientErrorCode, the service's
-// message), logs "<op> failed: <message> (<code>)" under log_source and
-// returns false.
+// *result, through orvel::module::CallService (orvel/common/service_call.h).
+// On failure records the API error (ClientErrorCode, the service's message),
+// logs "<op> failed: <message> (<code>)" under log_source and returns false.
 bool CallService(const RequestAuthentication& auth, BridgeRequest& request,
                  BridgeResponse& response, const char* log_source, const std::string& op,
                  const PObject& args, PObject* result);

@@ -5,6 +5,7 @@
 
 #include "bridge/module-log.h"
 #include "orvel_utils.h"
+#include "service_call.h"
 
 namespace orvel::module {
 namespace {
@@ -19,14 +20,6 @@ std::string Join(const std::vector<std::string>& parts, const char* separator) {
 }
 
 // Logs a failed service call and sets the mapped error.
-int FailBackend(const char* source, int line, const char* step, const char* message,
-                const Nimbard& client, BridgeResponse& response) {
-  Log(Logger::kError, source, line, "%s failed: %s (%d)", step,
-      client.GetLastErrorMessage().c_str(), client.GetLastError());
-  response.SetError(OrvelErrCodeGetFromBackend(client.GetLastError()), message, line);
-  return -1;
-}
-
 struct PagedParams {
   uint64_t offset = 0;
   uint64_t limit = 0;
@@ -98,8 +91,10 @@ int HandleFilteredList(const ListFamilyMember& member, const RequestAuthenticati
   std::vector<Nimbard::FileInfo> records;
   uint64_t total = 0;
   if ((client.*member.call)(search, records, total) < 0) {
-    return FailBackend(member.log_source, __LINE__, member.step_name, member.failure_message,
-                       client, response);
+    return ReportServiceFailure(
+        client, response,
+        {member.log_source, __LINE__, std::string(member.step_name) + " failed",
+         member.failure_message});
   }
   Json::Value result(Json::objectValue);
   result["items"] = Json::Value(Json::arrayValue);
@@ -127,7 +122,8 @@ int HandleRecentList(const RequestAuthentication& auth, const std::string& sudo_
   search.extensions = filter.extensions;
   std::vector<Nimbard::FileInfo> records;
   if (client.ListRecent(limit, records, search) < 0) {
-    return FailBackend(kSource, __LINE__, "ListRecent", "list recent failed", client, response);
+    return ReportServiceFailure(client, response,
+                                {kSource, __LINE__, "ListRecent failed", "list recent failed"});
   }
   Json::Value result(Json::objectValue);
   result["items"] = Json::Value(Json::arrayValue);

@@ -8,27 +8,13 @@
 #include <cerrno>
 
 #include "bridge/module-log.h"
+#include "nimbard/scoped_fd.h"
 
 namespace orvel::module {
 
 namespace {
 
 constexpr const char kLogSource[] = "received-file";
-
-// Closes a descriptor on every way out.
-class DirFd {
- public:
-  explicit DirFd(int fd) : fd_(fd) {}
-  ~DirFd() {
-    if (fd_ >= 0) ::close(fd_);
-  }
-  DirFd(const DirFd&) = delete;
-  DirFd& operator=(const DirFd&) = delete;
-  int get() const { return fd_; }
-
- private:
-  int fd_;
-};
 
 bool SameFile(const struct stat& a, const struct stat& b) {
   return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
@@ -40,7 +26,7 @@ bool RemoveReceivedFile(const std::string& tmp_dir, const std::string& path, uid
   const size_t slash = path.find_last_of('/');
   const std::string name = slash == std::string::npos ? "" : path.substr(slash + 1);
   const std::string dir = slash == std::string::npos ? "" : path.substr(0, slash);
-  DirFd tmp(::open(tmp_dir.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  ScopedFd tmp(::open(tmp_dir.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   struct stat tmp_st, dir_st, st;
   if (name.empty() || name == "." || name == ".." || tmp.get() < 0 ||
       ::fstat(tmp.get(), &tmp_st) != 0 || ::stat(dir.c_str(), &dir_st) != 0 ||

@@ -7,6 +7,7 @@
 #include "bridge/module-log.h"
 #include "nimbard/nimbard.h"
 #include "orvel_utils.h"
+#include "service_call.h"
 
 namespace orvel::module {
 
@@ -35,14 +36,6 @@ TransferParams ReadParams(const TransferKind& kind, BridgeRequest& request) {
   return p;
 }
 
-int FailBackend(const TransferKind& kind, const char* step, const char* message,
-                const Nimbard& client, int line, BridgeResponse& response) {
-  Log(Logger::kError, kind.log_source, line, "%s failed: %s (%d)", step,
-      client.GetLastErrorMessage().c_str(), client.GetLastError());
-  response.SetError(OrvelErrCodeGetFromBackend(client.GetLastError()), message, line);
-  return -1;
-}
-
 int DryRun(const TransferKind& kind, Nimbard& client,
            const std::vector<Nimbard::FileSelector>& selection, const std::string& dest,
            BridgeResponse& response) {
@@ -50,7 +43,9 @@ int DryRun(const TransferKind& kind, Nimbard& client,
   const int rc = kind.is_move ? client.MoveDryRun(selection, dest, verdict)
                               : client.CopyDryRun(selection, dest, verdict);
   if (rc < 0) {
-    return FailBackend(kind, kind.dry_run_step, kind.dry_run_message, client, __LINE__, response);
+    return ReportServiceFailure(client, response,
+                                {kind.log_source, __LINE__,
+                                 std::string(kind.dry_run_step) + " failed", kind.dry_run_message});
   }
   Json::Value result(Json::objectValue);
   result["result"] = Json::Value();
@@ -111,7 +106,9 @@ int HandleTransfer(const TransferKind& kind, const RequestAuthentication& auth,
   if (params.dry_run) return DryRun(kind, client, selection, params.dest, response);
   std::string task_id;
   if (Start(kind, client, params, selection, task_id) < 0) {
-    return FailBackend(kind, kind.op_step, kind.op_message, client, __LINE__, response);
+    return ReportServiceFailure(
+        client, response,
+        {kind.log_source, __LINE__, std::string(kind.op_step) + " failed", kind.op_message});
   }
   Json::Value result(Json::objectValue);
   result["async_task_id"] = task_id;

@@ -7,6 +7,10 @@
 
 #include "bridge/module-log.h"
 #include "orvel/common/orvel_utils.h"
+#include "orvel/common/service_call.h"
+
+using orvel::module::CallService;
+using orvel::module::ServiceFailure;
 
 namespace {
 constexpr const char kLogSource[] = "convert-office";
@@ -34,8 +38,6 @@ int ConvertOfficeHandler::Handle(const RequestAuthentication& auth, BridgeReques
     response.SetError(114, "no file seleted", __LINE__);
     return -1;
   }
-  Nimbard client;
-  SetupNimbardSession(client, auth.user_name, request, GetSudoUser());
   std::vector<std::string> paths;
   for (const Json::Value& file : files) {
     const std::string path = file.asString();
@@ -47,11 +49,10 @@ int ConvertOfficeHandler::Handle(const RequestAuthentication& auth, BridgeReques
     paths.push_back(path);
   }
   std::string task_id;
-  if (client.ConvertOffice(paths, dest, conflict, task_id) < 0) {
-    ORVEL_LOG_ERROR("ConvertOffice failed: %s (%d)", client.GetLastErrorMessage().c_str(),
-                    client.GetLastError());
-    response.SetError(OrvelErrCodeGetFromBackend(client.GetLastError()), "remove file failed",
-                      __LINE__);
+  if (!CallService(
+          auth, request, response, GetSudoUser(),
+          {kLogSource, __LINE__, "ConvertOffice failed", "remove file failed"},
+          [&](Nimbard& client) { return client.ConvertOffice(paths, dest, conflict, task_id); })) {
     return -1;
   }
   Json::Value result(Json::objectValue);

@@ -13,6 +13,10 @@
 #include "nimbard/platform.h"
 #include "orvel/common/orvel_upload_request.h"
 #include "orvel/common/orvel_utils.h"
+#include "orvel/common/service_call.h"
+
+using orvel::module::CallService;
+using orvel::module::ServiceFailure;
 
 namespace {
 constexpr const char kLogSource[] = "create";
@@ -93,14 +97,10 @@ int CreateHandler::CreateFolder(const RequestAuthentication& auth, BridgeRequest
     response.SetError(1000, "prepare create request failed", __LINE__);
     return -1;
   }
-  Nimbard client;
-  SetupNimbardSession(client, auth.user_name, request, GetSudoUser());
   Nimbard::FileInfo info;
-  if (client.UploadFile(req, info) < 0) {
-    ORVEL_LOG_ERROR("create folder failed: %s (%d)\n", client.GetLastErrorMessage().c_str(),
-                    client.GetLastError());
-    response.SetError(OrvelErrCodeGetFromBackend(client.GetLastError()), "create folder failed",
-                      __LINE__);
+  if (!CallService(auth, request, response, GetSudoUser(),
+                   {kLogSource, __LINE__, "create folder failed", "create folder failed"},
+                   [&](Nimbard& client) { return client.UploadFile(req, info); })) {
     return -1;
   }
   Json::Value item;
@@ -140,13 +140,11 @@ int CreateHandler::CreateFile(const RequestAuthentication& auth, BridgeRequest& 
     response.SetError(1000, "prepare create request failed", __LINE__);
     return -1;
   }
-  Nimbard client;
-  SetupNimbardSession(client, auth.user_name, request, GetSudoUser());
   Nimbard::FileInfo info;
-  if (client.UploadFile(req, info) < 0) {
-    ORVEL_LOG_ERROR("create file failed\n");
-    response.SetError(OrvelErrCodeGetFromBackend(client.GetLastError()), "create file failed",
-                      __LINE__);
+  if (!CallService(auth, request, response, GetSudoUser(),
+                   {kLogSource, __LINE__, "create file failed", "create file failed",
+                    ServiceFailure::kPlain},
+                   [&](Nimbard& client) { return client.UploadFile(req, info); })) {
     return -1;
   }
   Json::Value item;

@@ -6,6 +6,10 @@
 
 #include "bridge/module-log.h"
 #include "orvel/common/orvel_utils.h"
+#include "orvel/common/service_call.h"
+
+using orvel::module::CallService;
+using orvel::module::ServiceFailure;
 
 namespace {
 constexpr const char kLogSource[] = "delete";
@@ -31,8 +35,6 @@ int DeleteHandler::Handle(const RequestAuthentication& auth, BridgeRequest& requ
     response.SetError(114, "no file seleted", __LINE__);
     return -1;
   }
-  Nimbard client;
-  SetupNimbardSession(client, auth.user_name, request, GetSudoUser());
   std::vector<std::string> paths;
   for (const Json::Value& file : files) {
     const std::string path = file.asString();
@@ -44,11 +46,9 @@ int DeleteHandler::Handle(const RequestAuthentication& auth, BridgeRequest& requ
     paths.push_back(path);
   }
   std::string task_id;
-  if (client.DeleteFile(paths, permanent, task_id) < 0) {
-    ORVEL_LOG_ERROR("RemoveFile failed: %s (%d)", client.GetLastErrorMessage().c_str(),
-                    client.GetLastError());
-    response.SetError(OrvelErrCodeGetFromBackend(client.GetLastError()), "remove file failed",
-                      __LINE__);
+  if (!CallService(auth, request, response, GetSudoUser(),
+                   {kLogSource, __LINE__, "RemoveFile failed", "remove file failed"},
+                   [&](Nimbard& client) { return client.DeleteFile(paths, permanent, task_id); })) {
     return -1;
   }
   Json::Value result(Json::objectValue);

@@ -16,6 +16,7 @@
 #include "bridge/module-log.h"
 #include "bridge/run-as-root.h"
 #include "orvel/common/orvel_utils.h"
+#include "orvel/common/service_call.h"
 
 namespace {
 constexpr const char kLogSource[] = "download";
@@ -25,14 +26,6 @@ constexpr const char kSourcePath[] = "server/ui-web/webapi/orvel/file/download";
 std::string SelectorPath(const Json::Value& selector) {
   if (selector.isObject()) return selector.get("path", "").asString();
   return selector.asString();
-}
-
-int FailBackend(const char* step, const char* message, const Nimbard& client, int line,
-                BridgeResponse& response) {
-  orvel::module::Log(Logger::kError, kLogSource, line, "%s failed: %s (%d)", step,
-                     client.GetLastErrorMessage().c_str(), client.GetLastError());
-  response.SetError(OrvelErrCodeGetFromBackend(client.GetLastError()), message, line);
-  return -1;
 }
 
 std::string BaseName(const std::string& path) {
@@ -94,7 +87,11 @@ int DownloadHandler::DownloadTask(Nimbard& client, const std::string& task_id,
                                   const std::string& archive_name, BridgeResponse& response) {
   std::string path;
   if (client.DownloadFile(task_id, path) < 0) {
-    return FailBackend("DownloadFile", "download archive file failure", client, __LINE__, response);
+    return orvel::module::ReportServiceFailure(client, response,
+                                               {kLogSource, __LINE__,
+                                                "DownloadFile"
+                                                " failed",
+                                                "download archive file failure"});
   }
   response.SetArchiveResponse(archive_name, path, "", true);
   return 0;
@@ -104,7 +101,11 @@ int DownloadHandler::DryRun(Nimbard& client, const std::vector<Nimbard::FileSele
                             BridgeResponse& response) {
   std::string answer;
   if (client.DownloadDryRun(selection, answer) < 0) {
-    return FailBackend("DownloadDryRun", "download dry run failed", client, __LINE__, response);
+    return orvel::module::ReportServiceFailure(client, response,
+                                               {kLogSource, __LINE__,
+                                                "DownloadDryRun"
+                                                " failed",
+                                                "download dry run failed"});
   }
   Json::Value parsed;
   Json::Reader reader;
@@ -136,7 +137,11 @@ int DownloadHandler::Download(Nimbard& client, const std::vector<Nimbard::FileSe
   response.AddAutoRemovePath(temp_dir_);
   Nimbard::DownloadResult result;
   if (client.DownloadFile(selection, temp_dir_, result) < 0) {
-    return FailBackend("DownloadFile", "download file failed", client, __LINE__, response);
+    return orvel::module::ReportServiceFailure(client, response,
+                                               {kLogSource, __LINE__,
+                                                "DownloadFile"
+                                                " failed",
+                                                "download file failed"});
   }
   if (result.is_task && !result.task_id.empty()) {
     Json::Value answer(Json::objectValue);

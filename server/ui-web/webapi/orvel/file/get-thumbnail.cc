@@ -4,6 +4,10 @@
 
 #include "bridge/module-log.h"
 #include "orvel/common/orvel_utils.h"
+#include "orvel/common/service_call.h"
+
+using orvel::module::CallService;
+using orvel::module::ServiceFailure;
 
 namespace {
 constexpr const char kLogSource[] = "get-thumbnail";
@@ -38,17 +42,13 @@ int GetThumbnailHandler::GetThumbnail(const RequestAuthentication& auth, BridgeR
   const std::string size = request.GetParamRef("size", "small").asString();
   const bool animate = request.GetParamRef("animate", false).asBool();
   response.SetType(BridgeResponse::kFile);
-  Nimbard client;
-  SetupNimbardSession(client, auth.user_name, request, GetSudoUser());
   std::string thumbnail_path;
   std::string file_name;
-  if (client.GetThumbnail(path, format, size, animate, thumbnail_path, file_name) < 0) {
-    if (orvel::module::IsLogging(Logger::kDebug)) {
-      ORVEL_LOG_DEBUG("GetThumbnail failed: %s (%d)", client.GetLastErrorMessage().c_str(),
-                      client.GetLastError());
-    }
-    response.SetError(OrvelErrCodeGetFromBackend(client.GetLastError()),
-                      "get image thumbnail failed", __LINE__);
+  ServiceFailure failure(kLogSource, __LINE__, "GetThumbnail failed", "get image thumbnail failed");
+  failure.level = Logger::kDebug;
+  if (!CallService(auth, request, response, GetSudoUser(), failure, [&](Nimbard& client) {
+        return client.GetThumbnail(path, format, size, animate, thumbnail_path, file_name);
+      })) {
     return -1;
   }
   response.SetFileResponse(file_name, thumbnail_path, false, false);

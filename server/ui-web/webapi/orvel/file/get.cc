@@ -5,6 +5,10 @@
 
 #include "bridge/module-log.h"
 #include "orvel/common/orvel_utils.h"
+#include "orvel/common/service_call.h"
+
+using orvel::module::CallService;
+using orvel::module::ServiceFailure;
 
 namespace {
 constexpr const char kLogSource[] = "get";
@@ -42,14 +46,10 @@ int GetInfoHandler::GetFileInfo(const RequestAuthentication& auth, BridgeRequest
     response.SetError(114, "invalid extra", __LINE__);
     return -1;
   }
-  Nimbard client;
-  SetupNimbardSession(client, auth.user_name, request, GetSudoUser());
   Nimbard::FileInfo info;
-  if (client.GetFileInfo(path, info, query) < 0) {
-    ORVEL_LOG_ERROR("GetFileInfo failed: %s (%d)", client.GetLastErrorMessage().c_str(),
-                    client.GetLastError());
-    response.SetError(OrvelErrCodeGetFromBackend(client.GetLastError()),
-                      "get file infomation failed", __LINE__);
+  if (!CallService(auth, request, response, GetSudoUser(),
+                   {kLogSource, __LINE__, "GetFileInfo failed", "get file infomation failed"},
+                   [&](Nimbard& client) { return client.GetFileInfo(path, info, query); })) {
     return -1;
   }
   Json::Value item;

@@ -6,6 +6,10 @@
 #include "bridge/module-log.h"
 #include "orvel/common/orvel_list.h"
 #include "orvel/common/orvel_utils.h"
+#include "orvel/common/service_call.h"
+
+using orvel::module::CallService;
+using orvel::module::ServiceFailure;
 
 namespace {
 constexpr const char kLogSource[] = "list-ancestor";
@@ -31,14 +35,10 @@ int ListAncestorHandler::Handle(const RequestAuthentication& auth, BridgeRequest
     response.SetError(117, "Missing path", __LINE__);
     return -1;
   }
-  Nimbard client;
-  SetupNimbardSession(client, auth.user_name, request, GetSudoUser());
   std::vector<Nimbard::FileInfo> records;
-  if (client.ListAncestorByPath(path, records) < 0) {
-    ORVEL_LOG_ERROR("ListAncestor failed: %s (%d)", client.GetLastErrorMessage().c_str(),
-                    client.GetLastError());
-    response.SetError(OrvelErrCodeGetFromBackend(client.GetLastError()), "list ancestor failed",
-                      __LINE__);
+  if (!CallService(auth, request, response, GetSudoUser(),
+                   {kLogSource, __LINE__, "ListAncestor failed", "list ancestor failed"},
+                   [&](Nimbard& client) { return client.ListAncestorByPath(path, records); })) {
     return -1;
   }
   Json::Value result(Json::objectValue);

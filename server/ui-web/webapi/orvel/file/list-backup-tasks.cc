@@ -8,6 +8,7 @@
 #include "bridge/module-log.h"
 #include "orvel/common/orvel_list.h"
 #include "orvel/common/orvel_utils.h"
+#include "orvel/common/service_call.h"
 
 namespace {
 constexpr const char kLogSource[] = "list-backup-tasks";
@@ -44,19 +45,17 @@ int ListBackupTasksHandler::Handle(const RequestAuthentication& auth, BridgeRequ
   SetupNimbardSession(client, auth.user_name, request, GetSudoUser());
   std::vector<Nimbard::BackupInfo> tasks;
   if (client.ListBackups(tasks) < 0) {
-    response.SetError(OrvelErrCodeGetFromBackend(client.GetLastError()),
-                      client.GetLastErrorMessage(), __LINE__);
-    return -1;
+    return orvel::module::ReportServiceFailure(
+        client, response,
+        {kLogSource, __LINE__, "", nullptr, orvel::module::ServiceFailure::kNoLog});
   }
   std::vector<Nimbard::FileInfo> records;
   for (const Nimbard::BackupInfo& task : tasks) {
     Nimbard::FileInfo info;
     if (client.GetFileInfo(task.target, info, Nimbard::FileInfoQueryParam()) < 0) {
-      ORVEL_LOG_ERROR("GetFileInfo failed: %s (%d)", client.GetLastErrorMessage().c_str(),
-                      client.GetLastError());
-      response.SetError(OrvelErrCodeGetFromBackend(client.GetLastError()),
-                        "get file infomation failed", __LINE__);
-      return -1;
+      return orvel::module::ReportServiceFailure(
+          client, response,
+          {kLogSource, __LINE__, "GetFileInfo failed", "get file infomation failed"});
     }
     records.push_back(std::move(info));
   }

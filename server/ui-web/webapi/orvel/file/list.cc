@@ -6,6 +6,10 @@
 #include "bridge/module-log.h"
 #include "orvel/common/orvel_list.h"
 #include "orvel/common/orvel_utils.h"
+#include "orvel/common/service_call.h"
+
+using orvel::module::CallService;
+using orvel::module::ServiceFailure;
 
 namespace {
 constexpr const char kLogSource[] = "list";
@@ -48,17 +52,15 @@ int ListHandler::ListMyOrvel(const RequestAuthentication& auth, BridgeRequest& r
   ParseFileListFilter(filter_value, filter.starred, filter.label_id, filter.types,
                       filter.extensions);
 
-  Nimbard client;
-  SetupNimbardSession(client, auth.user_name, request, GetSudoUser());
   const Nimbard::SearchNodeFilter search = orvel::module::MakeSearchNodeFilter(
       filter, sort_by, sort_direction, limit, offset, filter.label_id);
   std::vector<Nimbard::FileInfo> records;
   uint64_t total = 0;
-  if (client.ListFile(path, false, search, records, total, extra) < 0) {
-    ORVEL_LOG_ERROR("ListMyOrvel failed: %s (%d)", client.GetLastErrorMessage().c_str(),
-                    client.GetLastError());
-    response.SetError(OrvelErrCodeGetFromBackend(client.GetLastError()), "list node failed",
-                      __LINE__);
+  if (!CallService(auth, request, response, GetSudoUser(),
+                   {kLogSource, __LINE__, "ListMyOrvel failed", "list node failed"},
+                   [&](Nimbard& client) {
+                     return client.ListFile(path, false, search, records, total, extra);
+                   })) {
     return -1;
   }
   Json::Value result(Json::objectValue);

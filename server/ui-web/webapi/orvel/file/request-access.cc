@@ -4,6 +4,10 @@
 
 #include "bridge/module-log.h"
 #include "orvel/common/orvel_utils.h"
+#include "orvel/common/service_call.h"
+
+using orvel::module::CallService;
+using orvel::module::ServiceFailure;
 
 namespace {
 constexpr const char kLogSource[] = "request-access";
@@ -24,13 +28,9 @@ RequestAccessHandler::~RequestAccessHandler() = default;
 int RequestAccessHandler::Handle(const RequestAuthentication& auth, BridgeRequest& request,
                                  BridgeResponse& response) {
   const std::string path = request.GetParamRef("path", "").asString();
-  Nimbard client;
-  SetupNimbardSession(client, auth.user_name, request, GetSudoUser());
-  if (client.RequestFileAccess(path) < 0) {
-    ORVEL_LOG_ERROR("RequestFileAccess failed: %s (%d)", client.GetLastErrorMessage().c_str(),
-                    client.GetLastError());
-    response.SetError(OrvelErrCodeGetFromBackend(client.GetLastError()), "request access failed",
-                      __LINE__);
+  if (!CallService(auth, request, response, GetSudoUser(),
+                   {kLogSource, __LINE__, "RequestFileAccess failed", "request access failed"},
+                   [&](Nimbard& client) { return client.RequestFileAccess(path); })) {
     return -1;
   }
   return 0;

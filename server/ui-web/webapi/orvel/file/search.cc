@@ -10,6 +10,7 @@
 #include "bridge/module-log.h"
 #include "orvel/common/orvel_list.h"
 #include "orvel/common/orvel_utils.h"
+#include "orvel/common/service_call.h"
 
 namespace {
 constexpr const char kLogSource[] = "search";
@@ -87,16 +88,15 @@ int SearchHandler::Handle(const RequestAuthentication& auth, BridgeRequest& requ
 int SearchHandler::SearchFile(const RequestAuthentication& auth, BridgeRequest& request,
                               BridgeResponse& response) {
   const PObject query = BuildSearchQuery(request);
-  Nimbard client;
-  // Search runs as the caller even when the request acts for another user.
-  SetupNimbardSession(client, auth.user_name, request, std::string());
   std::vector<Nimbard::FileInfo> records;
   unsigned total = 0;
   unsigned long long search_time = 0;
-  if (client.SearchFile(query, records, total, search_time) < 0) {
-    ORVEL_LOG_ERROR("searching file failure\n");
-    response.SetError(OrvelErrCodeGetFromBackend(client.GetLastError()), "searching file failure",
-                      __LINE__);
+  // Search runs as the caller even when the request acts for another user.
+  if (!orvel::module::CallService(
+          auth, request, response, std::string(),
+          {kLogSource, __LINE__, "searching file failure", "searching file failure",
+           orvel::module::ServiceFailure::kPlain},
+          [&](Nimbard& client) { return client.SearchFile(query, records, total, search_time); })) {
     return -1;
   }
   Json::Value result(Json::objectValue);

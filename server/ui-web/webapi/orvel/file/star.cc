@@ -5,6 +5,10 @@
 
 #include "bridge/module-log.h"
 #include "orvel/common/orvel_utils.h"
+#include "orvel/common/service_call.h"
+
+using orvel::module::CallService;
+using orvel::module::ServiceFailure;
 
 namespace {
 constexpr const char kLogSource[] = "star";
@@ -55,13 +59,9 @@ int StarHandler::Handle(const RequestAuthentication& auth, BridgeRequest& reques
       actions.push_back(action);
     }
   }
-  Nimbard client;
-  SetupNimbardSession(client, auth.user_name, request, GetSudoUser());
-  if (client.EditStarOnNode(files, actions) < 0) {
-    ORVEL_LOG_ERROR("EditLabelOnNode failed: %s (%d)", client.GetLastErrorMessage().c_str(),
-                    client.GetLastError());
-    response.SetError(OrvelErrCodeGetFromBackend(client.GetLastError()),
-                      "edit label on node failed", __LINE__);
+  if (!CallService(auth, request, response, GetSudoUser(),
+                   {kLogSource, __LINE__, "EditLabelOnNode failed", "edit label on node failed"},
+                   [&](Nimbard& client) { return client.EditStarOnNode(files, actions); })) {
     return -1;
   }
   return 0;

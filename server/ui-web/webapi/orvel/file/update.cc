@@ -8,6 +8,10 @@
 #include "nimbard/nimbard.h"
 #include "orvel/common/orvel_upload_request.h"
 #include "orvel/common/orvel_utils.h"
+#include "orvel/common/service_call.h"
+
+using orvel::module::CallService;
+using orvel::module::ServiceFailure;
 
 namespace {
 constexpr const char kLogSource[] = "update";
@@ -102,13 +106,11 @@ int UpdateInfoHandler::UpdateFileInfo(const RequestAuthentication& auth, BridgeR
       HandleFileRequest(request.GetParamRef("file_tmp", "").asString(), req, response) < 0) {
     return -1;
   }
-  Nimbard client;
-  SetupNimbardSession(client, auth.user_name, request, GetSudoUser());
   Nimbard::FileInfo info;
-  if (client.UpdateFileInfo(req, info) < 0) {
-    ORVEL_LOG_ERROR("update file information failed\n");
-    response.SetError(OrvelErrCodeGetFromBackend(client.GetLastError()),
-                      "update file information failed", __LINE__);
+  if (!CallService(auth, request, response, GetSudoUser(),
+                   {kLogSource, __LINE__, "update file information failed",
+                    "update file information failed", ServiceFailure::kPlain},
+                   [&](Nimbard& client) { return client.UpdateFileInfo(req, info); })) {
     return -1;
   }
   Json::Value item;

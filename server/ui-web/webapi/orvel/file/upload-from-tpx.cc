@@ -6,6 +6,10 @@
 #include "nimbard/nimbard.h"
 #include "orvel/common/orvel_upload_request.h"
 #include "orvel/common/orvel_utils.h"
+#include "orvel/common/service_call.h"
+
+using orvel::module::CallService;
+using orvel::module::ServiceFailure;
 
 namespace {
 constexpr const char kLogSource[] = "upload-from-tpx";
@@ -45,13 +49,11 @@ int UploadFromTpxHandler::Handle(const RequestAuthentication& auth, BridgeReques
     response.SetError(1000, "prepare upload request failed", __LINE__);
     return -1;
   }
-  Nimbard client;
-  SetupNimbardSession(client, auth.user_name, request, GetSudoUser());
   std::string task_id;
-  if (client.UploadFileFromTPX(req, task_id) < 0) {
-    ORVEL_LOG_ERROR("upload file failed\n");
-    response.SetError(OrvelErrCodeGetFromBackend(client.GetLastError()), "upload file failed",
-                      __LINE__);
+  if (!CallService(auth, request, response, GetSudoUser(),
+                   {kLogSource, __LINE__, "upload file failed", "upload file failed",
+                    ServiceFailure::kPlain},
+                   [&](Nimbard& client) { return client.UploadFileFromTPX(req, task_id); })) {
     return -1;
   }
   Json::Value result(Json::objectValue);

@@ -12,6 +12,10 @@
 #include "orvel/common/orvel_received_file.h"
 #include "orvel/common/orvel_upload_request.h"
 #include "orvel/common/orvel_utils.h"
+#include "orvel/common/service_call.h"
+
+using orvel::module::CallService;
+using orvel::module::ServiceFailure;
 
 namespace {
 constexpr const char kLogSource[] = "upload";
@@ -69,14 +73,10 @@ int UploadHandler::UploadFolder(const RequestAuthentication& auth, BridgeRequest
     response.SetError(1000, "prepare upload request failed", __LINE__);
     return -1;
   }
-  Nimbard client;
-  SetupNimbardSession(client, auth.user_name, request, GetSudoUser());
   Nimbard::FileInfo info;
-  if (client.UploadFile(req, info) < 0) {
-    ORVEL_LOG_ERROR("upload folder failed: %s (%d)\n", client.GetLastErrorMessage().c_str(),
-                    client.GetLastError());
-    response.SetError(OrvelErrCodeGetFromBackend(client.GetLastError()), "upload folder failed",
-                      __LINE__);
+  if (!CallService(auth, request, response, GetSudoUser(),
+                   {kLogSource, __LINE__, "upload folder failed", "upload folder failed"},
+                   [&](Nimbard& client) { return client.UploadFile(req, info); })) {
     return -1;
   }
   // The folder exists now: answer with whatever the conversion produced.
@@ -102,13 +102,11 @@ int UploadHandler::UploadFile(const RequestAuthentication& auth, BridgeRequest& 
     response.SetError(1000, "prepare upload request failed", __LINE__);
     return -1;
   }
-  Nimbard client;
-  SetupNimbardSession(client, auth.user_name, request, GetSudoUser());
   Nimbard::FileInfo info;
-  if (client.UploadFile(req, info) < 0) {
-    ORVEL_LOG_ERROR("upload file failed. (code: %d)\n", client.GetLastError());
-    response.SetError(OrvelErrCodeGetFromBackend(client.GetLastError()), "upload file failed",
-                      __LINE__);
+  if (!CallService(auth, request, response, GetSudoUser(),
+                   {kLogSource, __LINE__, "upload file failed.", "upload file failed",
+                    ServiceFailure::kCode},
+                   [&](Nimbard& client) { return client.UploadFile(req, info); })) {
     return -1;
   }
   Json::Value item;
