@@ -117,7 +117,8 @@ TEST(FcgiDecoder, ServesOneRequestFromBeginToBodyEnd) {
   ASSERT_EQ(d.params().size(), 2u);
   EXPECT_EQ(d.params()[1].second, "3");
   EXPECT_TRUE(d.keep_conn());
-  ASSERT_TRUE(Feed(&d, kStdin, 7, "abc", &out).ok());
+  const std::string body = "abc";  // out.data points into it
+  ASSERT_TRUE(Feed(&d, kStdin, 7, body, &out).ok());
   EXPECT_EQ(out.event, Decoder::Event::kStdin);
   EXPECT_EQ(std::string(reinterpret_cast<const char*>(out.data), out.len), "abc");
   ASSERT_TRUE(Feed(&d, kStdin, 7, "", &out).ok());
