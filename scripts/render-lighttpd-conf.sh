@@ -9,6 +9,8 @@
 #   LOGDIR    folder of lighttpd's error log (default: OUT's folder)
 # The data folder (for the X-Sendfile hand-over folder) is ORVEL_DATA_DIR,
 # by default ROOT/volume1/ZemoraOrvel as in orvel.conf's default.
+# How entry.cgi runs: WEBAPI_MODE in the environment ("fastcgi" or "cgi"),
+# else the key "webapi_mode" of ROOT's orvel.conf, else "fastcgi".
 set -eu
 
 if [ "$#" -ne 5 ] && [ "$#" -ne 6 ]; then
@@ -48,6 +50,17 @@ for value in "$root" "$docroot" "$cgi" "$logdir" "$rundir" "$handover"; do
   esac
 done
 
+conf="${root%/}/var/packages/ZemoraOrvel/target/etc/orvel.conf"
+mode=${WEBAPI_MODE:-}
+if [ -z "$mode" ] && [ -f "$conf" ]; then
+  mode=$(sed -n 's/.*"webapi_mode"[[:space:]]*:[[:space:]]*"\([^"]*\)".*/\1/p' "$conf" | head -n 1)
+fi
+mode=${mode:-fastcgi}
+case "$mode" in
+  cgi|fastcgi) ;;
+  *) echo "$0: webapi_mode must be \"cgi\" or \"fastcgi\", not: $mode" >&2; exit 2 ;;
+esac
+
 # sed replacement text: escape the delimiter and "&".
 esc() { printf '%s' "$1" | sed -e 's/[|&]/\\&/g'; }
 
@@ -60,6 +73,7 @@ sed -e "s|@ROOT@|$(esc "$root")|g" \
     -e "s|@LOGDIR@|$(esc "$logdir")|g" \
     -e "s|@RUNDIR@|$(esc "$rundir")|g" \
     -e "s|@HANDOVER@|$(esc "$handover")|g" \
+    -e "s|^#$mode# ||" -e "/^#[a-z]*# /d" \
     "$here/lighttpd.conf.in" > "$tmp"
 mv "$tmp" "$out"
 trap - EXIT

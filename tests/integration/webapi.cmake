@@ -14,3 +14,8 @@ target_compile_definitions(webapi_integration_test PRIVATE
   WEBAPI_ENTRY_CGI="$<TARGET_FILE:entry.cgi>"
   WEBAPI_ECHO_MODULE="$<TARGET_FILE:webapi_echo_module>")
 add_dependencies(webapi_integration_test entry.cgi webapi_echo_module)
+
+# The persistent FastCGI worker: nothing of one request reaches the next.
+orvel_add_test(webapi_fcgi_isolation_test integration/webapi_fcgi_isolation_test.cc)
+target_link_libraries(webapi_fcgi_isolation_test PRIVATE orvel_test_support)
+add_dependencies(webapi_fcgi_isolation_test entry.cgi orvel-syncd orvel_files_module orvel_client_module orvel_zip)

@@ -22,6 +22,7 @@
 #include <sstream>
 #include <thread>
 
+#include "fcgi_client.h"
 #include "nimbard/file.h"
 
 namespace orvel::test {
@@ -74,6 +75,12 @@ bool CanConnect(const std::string& path) {
 }
 
 }  // namespace
+
+WebapiMode WebapiModeFromEnv() {
+  const char* mode = std::getenv("ORVEL_TEST_WEBAPI_MODE");
+  return mode != nullptr && std::strcmp(mode, "fastcgi") == 0 ? WebapiMode::kFastCgi
+                                                              : WebapiMode::kCgi;
+}
 
 std::vector<std::string> BaseEnv(const std::string& root) {
   std::vector<std::string> env = {"ZEMO_ROOT=" + root, "PATH=/usr/sbin:/usr/bin:/sbin:/bin"};
@@ -223,6 +230,7 @@ std::unique_ptr<TestStack> TestStack::Start() {
   Status st = UserDb::Open(stack->DataDir() + "/@db/users.db", &stack->users_);
   EXPECT_TRUE(st.ok()) << st.ToString();
   stack->StartDaemon();
+  if (WebapiModeFromEnv() == WebapiMode::kFastCgi) stack->StartWorker();
   return stack;
 }
 
@@ -231,6 +239,7 @@ TestStack::~TestStack() {
     ::kill(lighttpd_pid_, SIGTERM);
     ::waitpid(lighttpd_pid_, nullptr, 0);
   }
+  StopWorker();
   StopDaemon();
   users_.reset();
   if (!root_.empty() && std::getenv("ORVEL_KEEP_TEST_ROOT") == nullptr) File::Remove(root_);
@@ -274,11 +283,14 @@ int TestStack::StartHttp(const std::string& extra_conf) {
   SetConf(handover);
   http_port_ = FreePort();
   const std::string conf = root_ + "/lighttpd.conf";
+  std::vector<std::string> render_env = BaseEnv(root_);
+  render_env.push_back(std::string("WEBAPI_MODE=") +
+                       (mode_ == WebapiMode::kFastCgi ? "fastcgi" : "cgi"));
   ProcessOutput r = RunProcess(
       {std::string(ORVEL_SOURCE_DIR) + "/scripts/render-lighttpd-conf.sh", root_,
        std::to_string(http_port_), std::string(ORVEL_SOURCE_DIR) + "/web", EntryCgiPath(), conf,
        root_ + kTarget + "/var"},
-      BaseEnv(root_));
+      render_env);
   EXPECT_EQ(r.exit_code, 0) << r.err;
   if (!extra_conf.empty()) std::ofstream(conf, std::ios::app) << extra_conf;
   lighttpd_pid_ = ::fork();
@@ -292,6 +304,62 @@ int TestStack::StartHttp(const std::string& extra_conf) {
     std::this_thread::sleep_for(std::chrono::milliseconds(25));
   }
   return http_port_;
+}
+
+std::string TestStack::WorkerSocketPath() const { return root_ + "/webapi-fcgi.sock"; }
+std::string TestStack::WorkerLogPath() const { return root_ + kTarget + "/var/webapi-worker.log"; }
+
+void TestStack::StartWorker(const std::vector<std::string>& extra_env) {
+  StopWorker();
+  mode_ = WebapiMode::kFastCgi;
+  const std::string path = WorkerSocketPath();
+  ::unlink(path.c_str());
+  int listen_fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_un addr{};
+  addr.sun_family = AF_UNIX;
+  std::strncpy(addr.sun_path, path.c_str(), sizeof(addr.sun_path) - 1);
+  if (::bind(listen_fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) != 0 ||
+      ::listen(listen_fd, 16) != 0) {
+    ADD_FAILURE() << "worker socket " << path << ": " << std::strerror(errno);
+    ::close(listen_fd);
+    return;
+  }
+  std::vector<std::string> env = BaseEnv(root_);
+  env.insert(env.end(), extra_env.begin(), extra_env.end());
+  const std::string log = WorkerLogPath();
+  pid_t pid = ::fork();
+  if (pid == 0) {
+    // As lighttpd starts a FastCGI program: the listening socket is fd 0.
+    ::dup2(listen_fd, 0);
+    int null_fd = ::open("/dev/null", O_WRONLY);
+    int log_fd = ::open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+    if (null_fd >= 0) ::dup2(null_fd, 1);
+    if (log_fd >= 0) ::dup2(log_fd, 2);
+    std::vector<char*> e;
+    for (auto& s : env) e.push_back(s.data());
+    e.push_back(nullptr);
+    std::string prog = EntryCgiPath();
+    char* argv[] = {prog.data(), nullptr};
+    ::execve(argv[0], argv, e.data());
+    ::_exit(127);
+  }
+  ::close(listen_fd);
+  worker_pid_ = pid;
+}
+
+void TestStack::StopWorker() {
+  if (worker_pid_ <= 0) return;
+  ::kill(worker_pid_, SIGTERM);
+  ::waitpid(worker_pid_, nullptr, 0);
+  worker_pid_ = -1;
+}
+
+int TestStack::WaitWorkerExit() {
+  if (worker_pid_ <= 0) return -1;
+  int status = 0;
+  ::waitpid(worker_pid_, &status, 0);
+  worker_pid_ = -1;
+  return status;
 }
 
 void TestStack::StartDaemon(const std::vector<std::string>& extra_env) {
@@ -353,7 +421,7 @@ void TestStack::KillDaemon() {
 }
 
 CgiResult TestStack::Cgi(const CgiRequest& request) const {
-  std::vector<std::string> env = BaseEnv(root_);
+  std::vector<std::string> env;
   std::string query, body = request.body;
   for (const auto& [k, v] : request.params) {
     if (!query.empty()) query += "&";
@@ -377,7 +445,17 @@ CgiResult TestStack::Cgi(const CgiRequest& request) const {
     body = query;
   }
   env.push_back("CONTENT_LENGTH=" + std::to_string(body.size()));
-  ProcessOutput p = RunProcess({EntryCgiPath()}, env, body);
+  ProcessOutput p;
+  if (mode_ == WebapiMode::kFastCgi) {
+    FcgiReply reply = FcgiCall(WorkerSocketPath(), env, body);
+    p.exit_code = reply.complete ? static_cast<int>(reply.app_status) : -1;
+    p.out = reply.out;
+    p.err = reply.err + reply.error;
+  } else {
+    std::vector<std::string> process_env = BaseEnv(root_);
+    process_env.insert(process_env.end(), env.begin(), env.end());
+    p = RunProcess({EntryCgiPath()}, process_env, body);
+  }
   CgiResult r;
   r.exit_code = p.exit_code;
   r.err = p.err;

@@ -2,8 +2,11 @@
 // with the configuration, the data folder, the module linked into the
 // framework's modules folder and the archiver at usr/bin/zip, the real
 // orvel-syncd on its socket, and helpers to run the real entry.cgi as lighttpd
-// would (CGI environment, body on stdin). Everything is removed when the
-// stack is destroyed. Not thread-safe.
+// would (CGI environment, body on stdin), or, in FastCGI mode, one
+// persistent entry.cgi worker on a unix socket that every request goes to.
+// The mode comes from ORVEL_TEST_WEBAPI_MODE ("cgi", the default, or
+// "fastcgi"); ctest runs the stack's tests in both. Everything is removed
+// when the stack is destroyed. Not thread-safe.
 #pragma once
 
 #include <json/json.h>
@@ -38,11 +41,17 @@ std::string ModulePath();
 std::string ClientModulePath();
 std::string OrvelctlPath();
 
+enum class WebapiMode { kCgi, kFastCgi };
+// The mode ORVEL_TEST_WEBAPI_MODE asks for.
+WebapiMode WebapiModeFromEnv();
+
 struct CgiResult {
+  // CGI: the exit code. FastCGI: END_REQUEST's application status, or -1
+  // when the worker did not end the request.
   int exit_code = -1;
   std::string headers;  // the CGI header block as printed (without the blank line)
   std::string body;
-  std::string err;      // stderr (log lines)
+  std::string err;      // stderr (log lines); FastCGI: the STDERR records
   // Parses body as JSON (null when it is not JSON).
   Json::Value Json() const;
   // Value of the first header with that name (case-insensitive), "" if none.
@@ -81,8 +90,20 @@ class TestStack {
   // daemon when it starts).
   void SetConf(const Json::Value& keys) const;
 
-  // Runs entry.cgi once.
+  // Runs entry.cgi once (CGI mode) or sends the request to the worker.
   CgiResult Cgi(const CgiRequest& request) const;
+
+  WebapiMode mode() const { return mode_; }
+  // Starts the FastCGI worker (stopping a running one first) with
+  // extra_env added to its environment (e.g. ORVEL_FAULT), and switches the
+  // stack to FastCGI mode. Its stderr goes to WorkerLogPath().
+  void StartWorker(const std::vector<std::string>& extra_env = {});
+  void StopWorker();  // SIGTERM and wait
+  // Waits for a worker that ends by itself; its wait status.
+  int WaitWorkerExit();
+  pid_t worker_pid() const { return worker_pid_; }
+  std::string WorkerSocketPath() const;
+  std::string WorkerLogPath() const;
   // Calls ZEMO.ZemoraOrvel.Files `method` (version 1) as `user` ("" = no
   // session). `params` values are JSON and are sent as JSON text. Returns
   // the parsed envelope.
@@ -129,6 +150,8 @@ class TestStack {
   std::string root_;
   pid_t daemon_pid_ = -1;
   pid_t lighttpd_pid_ = -1;
+  pid_t worker_pid_ = -1;
+  WebapiMode mode_ = WebapiMode::kCgi;
   int http_port_ = 0;
   std::unique_ptr<orvel::UserDb> users_;
   mutable std::map<std::string, SessionRecord> sessions_;

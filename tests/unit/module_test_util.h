@@ -28,10 +28,13 @@ class JsonRequest : public BridgeRequest {
   bool HasParam(const std::string& name) const override { return params_.isMember(name); }
   std::string GetRemoteIP() const override { return "10.0.0.7"; }
   std::string GetUrlProto() const override { return "https"; }
+  std::string GetQueryString() const override { return query_; }
   Json::Value& params() { return params_; }
+  void set_query(std::string query) { query_ = std::move(query); }
 
  private:
   Json::Value params_;
+  std::string query_;
 };
 
 inline Json::Value ParseJson(const std::string& text) {

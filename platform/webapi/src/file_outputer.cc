@@ -3,7 +3,8 @@
 // buffer where the kernel refuses), pipes with splice(2) (likewise); memory
 // use is constant whatever the size. Anything a caller printed with stdio
 // before is flushed first so the headers stay in order. One request per
-// process; not thread-safe.
+// process; not thread-safe. In the FastCGI worker the bytes go to the
+// request's RawOutput instead of fd 1 (internal/raw_output.h).
 #include <errno.h>
 #include <fcntl.h>
 #include <sys/sendfile.h>
@@ -15,6 +16,7 @@
 #include <cstdio>
 
 #include "internal/io.h"
+#include "internal/raw_output.h"
 #include "zemo/nas.h"
 
 namespace {
@@ -24,6 +26,9 @@ constexpr size_t kChunk = 1 << 16;
 // Flushes stdio and writes a header block straight to fd 1.
 bool WriteHeaders(const std::string& headers) {
   if (std::fflush(stdout) != 0) return false;
+  if (zemo::io::RawOutput* out = zemo::io::CurrentRawOutput()) {
+    return out->Write(headers.data(), headers.size()).ok();
+  }
   return zemo::io::WriteAll(STDOUT_FILENO, headers.data(), headers.size(), "stdout").ok();
 }
 
@@ -47,6 +52,14 @@ int64_t CopyWithBuffer(int in, uint64_t limit, bool unlimited) {
 // the file shrank under us (the Content-Length is already out).
 int SendFileBody(int fd, uint64_t size) {
   uint64_t done = 0;
+  if (zemo::io::RawOutput* out = zemo::io::CurrentRawOutput()) {
+    orvel::Status st = out->SendFile(fd, size, &done);
+    if (!st.ok() || done < size) {
+      errno = st.ok() ? EIO : EPIPE;
+      return -1;
+    }
+    return 0;
+  }
   while (done < size) {
     if (zemo::io::StopRequested()) break;
     size_t want = static_cast<size_t>(std::min<uint64_t>(size - done, 1u << 30));
@@ -71,6 +84,11 @@ int SendFileBody(int fd, uint64_t size) {
 
 // Moves a pipe's whole output to stdout.
 int SplicePipe(int in) {
+  if (zemo::io::RawOutput* out = zemo::io::CurrentRawOutput()) {
+    if (out->SplicePipe(in).ok()) return 0;
+    errno = EPIPE;
+    return -1;
+  }
   for (;;) {
     if (zemo::io::StopRequested()) {
       errno = EPIPE;

@@ -75,6 +75,9 @@ class APIRequest {
                                                  const APIValidator* validator) const;
 
   std::string GetRemoteIP() const { return remote_ip_; }
+  // The request's query string as sent (for a module that must know whether
+  // a parameter came in the URL).
+  const std::string& GetQueryString() const { return query_; }
   std::string GetURLProto(const std::string& def) const { return proto_.empty() ? def : proto_; }
   std::string GetURLHost(const std::string& def) const { return host_.empty() ? def : host_; }
   int GetURLPort(int def) const { return port_ ? port_ : def; }
@@ -90,6 +93,7 @@ class APIRequest {
   // Framework side.
   void SetLogin(const LoginInfo& login) { login_ = login; }
   void SetRemote(std::string ip, std::string proto, std::string host, int port);
+  void SetQueryString(std::string query) { query_ = std::move(query); }
   void SetUpload(Json::Value form_fields, std::string tmp_path, std::string file_name);
   const Json::Value& UploadFields() const { return upload_fields_; }
   const std::string& UploadTmpPath() const { return upload_tmp_; }
@@ -100,7 +104,7 @@ class APIRequest {
   unsigned version_ = 0;
   Json::Value params_{Json::objectValue};
   LoginInfo login_;
-  std::string remote_ip_, proto_, host_;
+  std::string remote_ip_, proto_, host_, query_;
   int port_ = 0;
   Json::Value upload_fields_{Json::objectValue};
   std::string upload_tmp_, upload_name_;

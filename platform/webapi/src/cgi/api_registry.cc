@@ -15,6 +15,14 @@ void ApiRegistry::AddRange(const std::string& api, const std::string& method, Ve
   for (unsigned v = range.min; v <= range.max && v != 0; ++v) Add(api, method, v, entry);
 }
 
+void ApiRegistry::AddAll(const ApiRegistry& other) {
+  for (const auto& [api, methods] : other.apis_) {
+    for (const auto& [method, versions] : methods) {
+      for (const auto& [version, entry] : versions) Add(api, method, version, entry);
+    }
+  }
+}
+
 bool ApiRegistry::SetCheck(const std::string& api, const std::string& method, unsigned version,
                            ZemoCheckFn check) {
   auto a = apis_.find(api);

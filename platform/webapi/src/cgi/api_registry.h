@@ -34,6 +34,8 @@ class ApiRegistry {
   // Adds versions min..max of one method.
   void AddRange(const std::string& api, const std::string& method, VersionRange range,
                 const ApiMethod& entry);
+  // Adds every entry of other that is not taken here yet.
+  void AddAll(const ApiRegistry& other);
   // Attaches a check to a served version; false when it is not served.
   bool SetCheck(const std::string& api, const std::string& method, unsigned version,
                 ZemoCheckFn check);

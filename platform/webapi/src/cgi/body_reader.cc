@@ -20,15 +20,15 @@ orvel::Status BadRequest(const std::string& what) { return orvel::Status(kErrBad
 // The body bytes: up to Content-Length, or to end of input when none.
 class BodySource {
  public:
-  BodySource(const CgiEnv& env, int fd)
-      : fd_(fd), bounded_(env.has_length), remaining_(env.content_length) {}
+  BodySource(const CgiEnv& env, BodyInput* input)
+      : input_(input), bounded_(env.has_length), remaining_(env.content_length) {}
 
   // *n bytes into buf, 0 at the end. 400 when the input ends early.
   orvel::Status Next(char* buf, size_t cap, size_t* n) {
     *n = 0;
     if (bounded_ && remaining_ == 0) return orvel::Status::OK();
     size_t want = bounded_ ? static_cast<size_t>(std::min<uint64_t>(cap, remaining_)) : cap;
-    ssize_t got = io::ReadSome(fd_, buf, want);
+    ssize_t got = input_->Read(buf, want);
     if (got < 0) return io::LastError("read", "request body");
     if (got == 0 && bounded_) return BadRequest("request body truncated");
     *n = static_cast<size_t>(got);
@@ -37,7 +37,7 @@ class BodySource {
   }
 
  private:
-  int fd_;
+  BodyInput* input_;
   bool bounded_;
   uint64_t remaining_;
 };
@@ -102,12 +102,12 @@ class FormCollector : public MultipartHandler {
   uint64_t form_bytes_ = 0;
 };
 
-orvel::Status ReadUrlEncoded(const CgiEnv& env, int fd, const BodyLimits& limits,
+orvel::Status ReadUrlEncoded(const CgiEnv& env, BodyInput* input, const BodyLimits& limits,
                              RequestBody* out) {
   if (env.has_length && env.content_length > limits.form_max) {
     return BadRequest("request body too large");
   }
-  BodySource source(env, fd);
+  BodySource source(env, input);
   std::string text;
   std::vector<char> buf(kChunk);
   for (;;) {
@@ -121,13 +121,13 @@ orvel::Status ReadUrlEncoded(const CgiEnv& env, int fd, const BodyLimits& limits
   return orvel::Status::OK();
 }
 
-orvel::Status ReadMultipart(const CgiEnv& env, int fd, const BodyLimits& limits,
+orvel::Status ReadMultipart(const CgiEnv& env, BodyInput* input, const BodyLimits& limits,
                             RequestBody* out) {
   std::string boundary = ContentTypeParam(env.content_type, "boundary");
   if (!MultipartParser::ValidBoundary(boundary)) return BadRequest("missing or bad boundary");
   FormCollector collector(limits, out);
   MultipartParser parser(boundary, &collector);
-  BodySource source(env, fd);
+  BodySource source(env, input);
   std::vector<char> buf(kChunk);
   for (;;) {
     size_t n = 0;
@@ -140,13 +140,21 @@ orvel::Status ReadMultipart(const CgiEnv& env, int fd, const BodyLimits& limits,
 
 }  // namespace
 
+ssize_t FdBodyInput::Read(char* buf, size_t cap) { return io::ReadSome(fd_, buf, cap); }
+
 orvel::Status ReadRequestBody(const CgiEnv& env, int fd, const BodyLimits& limits,
+                              RequestBody* out) {
+  FdBodyInput input(fd);
+  return ReadRequestBody(env, &input, limits, out);
+}
+
+orvel::Status ReadRequestBody(const CgiEnv& env, BodyInput* input, const BodyLimits& limits,
                               RequestBody* out) {
   if (env.method != "POST") return orvel::Status::OK();
   if (env.bad_length) return BadRequest("bad Content-Length");
   std::string type = MediaType(env.content_type);
-  if (type == "application/x-www-form-urlencoded") return ReadUrlEncoded(env, fd, limits, out);
-  if (type == "multipart/form-data") return ReadMultipart(env, fd, limits, out);
+  if (type == "application/x-www-form-urlencoded") return ReadUrlEncoded(env, input, limits, out);
+  if (type == "multipart/form-data") return ReadMultipart(env, input, limits, out);
   return orvel::Status::OK();
 }
 

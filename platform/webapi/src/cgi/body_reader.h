@@ -1,4 +1,5 @@
-// Reading a request body from the CGI's stdin: urlencoded form fields, or a
+// Reading a request body (from the CGI's stdin, or from the FastCGI
+// connection's STDIN records, through BodyInput): urlencoded form fields, or a
 // multipart form whose first file part is streamed to a temp file (constant
 // memory, size-limited) while its other fields are collected. Other content
 // types are left unread. One request per process; not thread-safe.
@@ -16,6 +17,26 @@
 
 namespace zemo::cgi {
 
+// Where the body's bytes come from: fd 0 in CGI mode, the STDIN records of
+// the connection in the FastCGI worker.
+class BodyInput {
+ public:
+  virtual ~BodyInput() = default;
+  // Up to cap bytes into buf: how many, 0 at the end of the input, or -1
+  // with errno set.
+  virtual ssize_t Read(char* buf, size_t cap) = 0;
+};
+
+// A body read from a file descriptor (stdin). Does not own it.
+class FdBodyInput : public BodyInput {
+ public:
+  explicit FdBodyInput(int fd) : fd_(fd) {}
+  ssize_t Read(char* buf, size_t cap) override;
+
+ private:
+  int fd_;
+};
+
 struct BodyLimits {
   std::string tmp_dir;          // where the uploaded file goes (<data>/@tmp)
   uint64_t upload_max = 0;      // largest file part; 0 = no limit
@@ -32,9 +53,12 @@ struct RequestBody {
   std::string upload_field;          // the form field that carried it
 };
 
-// Reads the body of a POST from fd according to env. Errors: code 400 for a
-// malformed, truncated or oversized body (the message says which), or an I/O
-// error status (negative code) for the temp file.
+// Reads the body of a POST from input according to env. Errors: code 400
+// for a malformed, truncated or oversized body (the message says which), or
+// an I/O error status (negative code) for the input or the temp file.
+orvel::Status ReadRequestBody(const CgiEnv& env, BodyInput* input, const BodyLimits& limits,
+                              RequestBody* out);
+// The same from a file descriptor.
 orvel::Status ReadRequestBody(const CgiEnv& env, int fd, const BodyLimits& limits,
                               RequestBody* out);
 

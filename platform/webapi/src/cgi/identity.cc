@@ -6,6 +6,7 @@
 #include <pwd.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "internal/io.h"
@@ -44,7 +45,30 @@ std::vector<gid_t> CurrentGroups() {
   return groups;
 }
 
+bool g_restore_fault = false;
+
 }  // namespace
+
+ProcessIdentity ProcessIdentity::Current() {
+  ProcessIdentity id;
+  id.euid = ::geteuid();
+  id.egid = ::getegid();
+  id.groups = CurrentGroups();
+  std::sort(id.groups.begin(), id.groups.end());
+  return id;
+}
+
+bool ProcessIdentity::Same(const ProcessIdentity& o) const {
+  return euid == o.euid && egid == o.egid && groups == o.groups;
+}
+
+std::string ProcessIdentity::ToString() const {
+  std::string text = "euid " + std::to_string(euid) + ", egid " + std::to_string(egid) + ", groups";
+  for (gid_t g : groups) text += " " + std::to_string(g);
+  return text;
+}
+
+void SetIdentityRestoreFault(bool on) { g_restore_fault = on; }
 
 orvel::Status LookupWebAccount(const std::string& name, WebAccount* out) {
   struct passwd pw;
@@ -94,6 +118,10 @@ orvel::Status LoweredIdentity::Lower(const WebAccount& account,
 }
 
 LoweredIdentity::~LoweredIdentity() {
+  if (g_restore_fault) {
+    WEBAPI_LOG(Logger::kCrit, "fault point identity_restore: effective ids left lowered");
+    return;
+  }
   if (::setresuid(static_cast<uid_t>(-1), 0, static_cast<uid_t>(-1)) != 0) {
     WEBAPI_LOG(Logger::kCrit, "cannot restore effective uid 0: %s", std::strerror(errno));
     return;

@@ -28,6 +28,24 @@ orvel::Status LookupWebAccount(const std::string& name, WebAccount* out);
 // configured.
 bool ShouldLowerIdentity(const std::string& configured_account);
 
+// The effective ids and groups of the process at one moment; the FastCGI
+// worker takes one at start and checks after every request that it has
+// them again.
+struct ProcessIdentity {
+  uid_t euid = 0;
+  gid_t egid = 0;
+  std::vector<gid_t> groups;  // sorted
+
+  static ProcessIdentity Current();
+  bool Same(const ProcessIdentity& o) const;
+  std::string ToString() const;
+};
+
+// Fault point for tests (the worker turns it on when its environment has
+// ORVEL_FAULT=identity_restore): LoweredIdentity's destructor then leaves
+// the lowered ids in place, as if the kernel had refused to restore them.
+void SetIdentityRestoreFault(bool on);
+
 class LoweredIdentity {
  public:
   // Switches effective gid, groups and uid to the account; on failure

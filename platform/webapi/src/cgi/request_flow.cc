@@ -34,7 +34,7 @@ bool RequestFlow::CheckMethod() {
 }
 
 bool RequestFlow::LoadConfig() {
-  if (conf_.Init() == 0) return true;
+  if ((cache_ != nullptr ? cache_->Config(&conf_) : conf_.Init()) == 0) return true;
   WEBAPI_LOG(Logger::kError, "cannot read configuration %s", conf_.GetConfigPath().c_str());
   return Fail(kErrInternal, "bad configuration");
 }
@@ -42,7 +42,8 @@ bool RequestFlow::LoadConfig() {
 bool RequestFlow::PrepareAccount() {
   lower_ = ShouldLowerIdentity(conf_.GetWebAccount());
   if (!lower_) return true;
-  orvel::Status st = LookupWebAccount(conf_.GetWebAccount(), &account_);
+  orvel::Status st = cache_ != nullptr ? cache_->Account(conf_.GetWebAccount(), &account_)
+                                       : LookupWebAccount(conf_.GetWebAccount(), &account_);
   if (st.ok()) return true;
   WEBAPI_LOG(Logger::kError, "web account: %s", st.ToString().c_str());
   return Fail(kErrInternal, "web account unknown");
@@ -56,7 +57,7 @@ bool RequestFlow::ReadParams() {
   limits.chown_upload = lower_;
   limits.owner_uid = account_.uid;
   limits.owner_gid = account_.gid;
-  orvel::Status st = ReadRequestBody(env_, body_fd_, limits, &body_);
+  orvel::Status st = ReadRequestBody(env_, body_in_, limits, &body_);
   if (st.code() == kErrBadRequest) return Fail(kErrBadRequest, st.message());
   if (!st.ok()) {
     WEBAPI_LOG(Logger::kError, "reading the request body: %s", st.ToString().c_str());
@@ -72,9 +73,14 @@ bool RequestFlow::ReadParams() {
 }
 
 bool RequestFlow::ResolveCaller() {
-  users_.reset(new UserDbHandle(conf_.GetUserDbPath()));
+  if (cache_ != nullptr) {
+    users_ = cache_->Users(conf_.GetUserDbPath());
+  } else {
+    own_users_.reset(new UserDbHandle(conf_.GetUserDbPath()));
+    users_ = own_users_.get();
+  }
   SessionLimits limits{conf_.GetSessionIdleSeconds(), conf_.GetSessionMaxSeconds()};
-  orvel::Status st = ResolveSession(env_, raw_, limits, users_.get(), &session_);
+  orvel::Status st = ResolveSession(env_, raw_, limits, users_, &session_);
   if (st.ok()) return true;
   WEBAPI_LOG(Logger::kError, "session look-up: %s", st.ToString().c_str());
   return Fail(kErrInternal, "user database unavailable");
@@ -83,6 +89,7 @@ bool RequestFlow::ResolveCaller() {
 void RequestFlow::BuildRequest() {
   request_ = ZEMO::APIRequest(triple_.api, triple_.method, triple_.version, params_);
   request_.SetLogin(session_.login);
+  request_.SetQueryString(env_.query);
   request_.SetRemote(env_.remote_addr, env_.https ? "https" : "http", env_.host, env_.port);
   if (body_.upload) request_.SetUpload(params_, body_.upload->path(), body_.upload_name);
 }
@@ -107,10 +114,15 @@ bool RequestFlow::LowerIdentity() {
 }
 
 void RequestFlow::RegisterApis(bool with_modules) {
-  AuthContext ctx{&env_, &raw_, users_.get(), &session_, conf_.ThrottleNow()};
+  AuthContext ctx{&env_, &raw_, users_, &session_, conf_.ThrottleNow()};
   RegisterAuthApi(ctx, &registry_);
   RegisterInfoApi(&registry_, &registry_);
-  if (with_modules) LoadModuleDir(orvel::ZemoPath(kModulesDir), BuiltinApiNames(), &registry_);
+  if (!with_modules) return;
+  if (cache_ != nullptr) {
+    cache_->AddModules(orvel::ZemoPath(kModulesDir), BuiltinApiNames(), &registry_);
+  } else {
+    LoadModuleDir(orvel::ZemoPath(kModulesDir), BuiltinApiNames(), &registry_);
+  }
 }
 
 void RequestFlow::Run() {
@@ -128,7 +140,8 @@ void RequestFlow::Run() {
   // else runs, modules included, as the web account.
   bool auth = triple_.api == kAuthApi;
   if (!auth) {
-    users_->Close();
+    // The worker keeps its handle for the next request.
+    if (cache_ == nullptr) users_->Close();
     if (!LowerIdentity()) return;
   }
   RegisterApis(!auth);

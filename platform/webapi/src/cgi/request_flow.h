@@ -4,7 +4,10 @@
 // api/method/version, the caller's session; then the identity switch, the
 // modules, the GET rule (only reading methods) and the dispatch. Parameters
 // the framework fills in itself are dropped from what the client sent. The upload's temp file outlives the module call
-// and is removed (as root again) when the flow is destroyed. One per process.
+// and is removed (as root again) when the flow is destroyed. One per
+// request: per process in CGI mode, many after one another in the FastCGI
+// worker, which passes its WorkerCache (configuration, user database and
+// modules kept between requests).
 #pragma once
 
 #include <memory>
@@ -15,6 +18,7 @@
 #include "cgi/dispatcher.h"
 #include "cgi/identity.h"
 #include "cgi/session.h"
+#include "cgi/worker_cache.h"
 #include "nimbard/sync_config.h"
 #include "zemo/webapi.h"
 
@@ -22,9 +26,11 @@ namespace zemo::cgi {
 
 class RequestFlow {
  public:
-  // body_fd: where the request body is read from (stdin in entry.cgi).
-  RequestFlow(const CgiEnv& env, int body_fd, ZEMO::APIResponse* response)
-      : env_(env), body_fd_(body_fd), response_(response) {}
+  // body: where the request body is read from (stdin, or the FastCGI
+  // connection). cache: null in CGI mode. None is owned.
+  RequestFlow(const CgiEnv& env, BodyInput* body, ZEMO::APIResponse* response,
+              WorkerCache* cache = nullptr)
+      : env_(env), body_in_(body), response_(response), cache_(cache) {}
   RequestFlow(const RequestFlow&) = delete;
   RequestFlow& operator=(const RequestFlow&) = delete;
 
@@ -44,8 +50,9 @@ class RequestFlow {
   void RegisterApis(bool with_modules);
 
   const CgiEnv& env_;
-  int body_fd_;
+  BodyInput* body_in_;
   ZEMO::APIResponse* response_;
+  WorkerCache* cache_;
 
   SyncConfigMgr conf_;
   bool lower_ = false;
@@ -54,7 +61,8 @@ class RequestFlow {
   RequestBody body_;  // owns the upload's temp file
   Json::Value params_;
   ApiTriple triple_;
-  std::unique_ptr<UserDbHandle> users_;
+  std::unique_ptr<UserDbHandle> own_users_;  // CGI mode
+  UserDbHandle* users_ = nullptr;
   ResolvedSession session_;
   ZEMO::APIRequest request_;
   ApiRegistry registry_;

@@ -7,6 +7,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "internal/raw_output.h"
+
 namespace zemo::io {
 
 orvel::Status Error(const std::string& op, const std::string& path, int err) {
@@ -29,7 +31,11 @@ orvel::Status Open(const std::string& path, int flags, mode_t mode, ScopedFd* ou
 
 namespace {
 volatile sig_atomic_t g_stop = 0;
-void OnTerminate(int) { g_stop = 1; }
+volatile sig_atomic_t g_terminate = 0;
+void OnTerminate(int) {
+  g_stop = 1;
+  g_terminate = 1;
+}
 }  // namespace
 
 void StopOnTerminate() {
@@ -40,6 +46,9 @@ void StopOnTerminate() {
 }
 
 bool StopRequested() { return g_stop != 0; }
+void RequestStop() { g_stop = 1; }
+void ClearStop() { g_stop = g_terminate; }
+bool TerminateReceived() { return g_terminate != 0; }
 
 ssize_t ReadSome(int fd, void* buf, size_t len) {
   ssize_t n;
@@ -88,5 +97,15 @@ orvel::Status MakeDirs(const std::string& path, mode_t mode) {
   if (!S_ISDIR(st.st_mode)) return Error("mkdir", path, ENOTDIR);
   return orvel::Status::OK();
 }
+
+}  // namespace zemo::io
+
+namespace zemo::io {
+namespace {
+RawOutput* g_raw_output = nullptr;
+}  // namespace
+
+RawOutput* CurrentRawOutput() { return g_raw_output; }
+void SetRawOutput(RawOutput* output) { g_raw_output = output; }
 
 }  // namespace zemo::io

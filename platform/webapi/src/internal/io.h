@@ -33,8 +33,16 @@ orvel::Status WriteAll(int fd, const void* data, size_t len, const std::string& 
 // after which ReadSome and WriteAll stop retrying EINTR and fail, so that the
 // request unwinds and its clean-up (temp files, download folders) runs.
 void StopOnTerminate();
-// True once SIGTERM arrived (after StopOnTerminate).
+// True once SIGTERM arrived (after StopOnTerminate), or after RequestStop.
 bool StopRequested();
+// Sets the same flag for the current request only: the FastCGI worker's peer
+// aborted the request or its connection failed.
+void RequestStop();
+// Clears the flag of the current request (the FastCGI worker, between
+// requests). A SIGTERM that arrived is kept: see TerminateReceived.
+void ClearStop();
+// True once SIGTERM arrived: the FastCGI worker ends after its request.
+bool TerminateReceived();
 // Reads a whole (small) file into *out.
 orvel::Status ReadFile(const std::string& path, std::string* out);
 // Creates each missing folder of path (like mkdir -p) with the given mode.

@@ -34,6 +34,8 @@ std::string WebAPIRequest::GetRemoteIP() const { return request_->GetRemoteIP();
 
 std::string WebAPIRequest::GetUrlProto() const { return request_->GetURLProto("http"); }
 
+std::string WebAPIRequest::GetQueryString() const { return request_->GetQueryString(); }
+
 void WebAPIRequest::GetUploadFile() {
   ZEMO::APIUpload upload(request_);
   Json::Value post_param(Json::objectValue);

@@ -23,6 +23,8 @@ class BridgeRequest {
   virtual bool HasParam(const std::string& name) const = 0;
   virtual std::string GetRemoteIP() const = 0;
   virtual std::string GetUrlProto() const = 0;
+  // The query string of the request's URL, as sent.
+  virtual std::string GetQueryString() const = 0;
 };
 
 class WebAPIRequest : public BridgeRequest {
@@ -35,6 +37,7 @@ class WebAPIRequest : public BridgeRequest {
   bool HasParam(const std::string& name) const override;
   std::string GetRemoteIP() const override;
   std::string GetUrlProto() const override;
+  std::string GetQueryString() const override;
 
  private:
   // Reads an upload's form fields and received file into the parameters.

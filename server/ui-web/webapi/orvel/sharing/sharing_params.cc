@@ -68,7 +68,7 @@ bool ReadLinkOptions(const BridgeRequest& request, BridgeResponse& response, POb
     (*args)["expires"] = static_cast<unsigned long long>(expires);
   }
   if (!request.HasParam("password")) return true;
-  if (InQueryString("password"))
+  if (InQueryString(request, "password"))
     return Refuse(response, "password must be sent in the request body, not in the URL", __LINE__);
   std::string password;
   if (!client::ReadOptionalString(request, response, "password", "", &password)) return false;
@@ -76,10 +76,8 @@ bool ReadLinkOptions(const BridgeRequest& request, BridgeResponse& response, POb
   return true;
 }
 
-bool InQueryString(const std::string& name) {
-  const char* query = std::getenv("QUERY_STRING");
-  if (!query) return false;
-  const std::string text(query);
+bool InQueryString(const BridgeRequest& request, const std::string& name) {
+  const std::string text = request.GetQueryString();
   size_t pos = 0;
   while (pos <= text.size()) {
     size_t end = text.find('&', pos);

@@ -31,7 +31,7 @@ bool ReadRole(const BridgeRequest& request, BridgeResponse& response,
 // A password in the URL is refused: URLs end up in logs and histories.
 bool ReadLinkOptions(const BridgeRequest& request, BridgeResponse& response, PObject* args);
 // Whether the request's query string (not its body) names `name`.
-bool InQueryString(const std::string& name);
+bool InQueryString(const BridgeRequest& request, const std::string& name);
 
 // A link of the daemon's answer as the API shows it.
 Json::Value LinkJson(const PObject& link);

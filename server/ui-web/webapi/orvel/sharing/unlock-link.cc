@@ -26,7 +26,7 @@ int SharingUnlockLinkHandler::Handle(const RequestAuthentication& auth, BridgeRe
                                      BridgeResponse& response) {
   std::string token, password;
   if (!orvel::client::ReadRequiredString(request, response, "sharing_token", &token)) return -1;
-  if (orvel::sharing::InQueryString("password")) {
+  if (orvel::sharing::InQueryString(request, "password")) {
     response.SetError(114, "password must be sent in the request body, not in the URL", __LINE__);
     return -1;
   }

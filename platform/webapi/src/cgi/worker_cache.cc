@@ -1,0 +1,77 @@
+// WorkerCache; see worker_cache.h. Single-threaded.
+#include "cgi/worker_cache.h"
+
+#include "cgi/module_loader.h"
+
+namespace zemo::cgi {
+
+FileStamp FileStamp::Of(const std::string& path) {
+  FileStamp s;
+  struct stat st;
+  if (::stat(path.c_str(), &st) != 0) return s;
+  s.exists = true;
+  s.dev = st.st_dev;
+  s.ino = st.st_ino;
+  s.size = st.st_size;
+  s.mtime = st.st_mtim;
+  s.ctime = st.st_ctim;
+  return s;
+}
+
+bool FileStamp::Same(const FileStamp& o) const {
+  return exists == o.exists && dev == o.dev && ino == o.ino && size == o.size &&
+         mtime.tv_sec == o.mtime.tv_sec && mtime.tv_nsec == o.mtime.tv_nsec &&
+         ctime.tv_sec == o.ctime.tv_sec && ctime.tv_nsec == o.ctime.tv_nsec;
+}
+
+int WorkerCache::Config(SyncConfigMgr* conf) {
+  // The stamp is taken before reading: a change during the read shows as a
+  // different stamp on the next request, which reads again.
+  FileStamp now = FileStamp::Of(SyncConfigMgr().GetConfigPath());
+  if (!conf_valid_ || !now.Same(conf_stamp_)) {
+    SyncConfigMgr fresh;
+    ++config_reads_;
+    if (fresh.Init() != 0) {
+      conf_valid_ = false;
+      return -1;
+    }
+    conf_ = fresh;
+    conf_stamp_ = now;
+    conf_valid_ = true;
+    account_valid_ = false;
+  }
+  *conf = conf_;
+  return 0;
+}
+
+orvel::Status WorkerCache::Account(const std::string& name, WebAccount* out) {
+  if (!account_valid_ || account_name_ != name) {
+    ORVEL_RETURN_IF_ERROR(LookupWebAccount(name, &account_));
+    account_name_ = name;
+    account_valid_ = true;
+  }
+  *out = account_;
+  return orvel::Status::OK();
+}
+
+UserDbHandle* WorkerCache::Users(const std::string& path) {
+  FileStamp now = FileStamp::Of(path);
+  if (!users_ || users_path_ != path || !now.Same(users_stamp_)) {
+    users_.reset(new UserDbHandle(path));
+    users_path_ = path;
+    users_stamp_ = now;
+    ++users_opens_;
+  }
+  return users_.get();
+}
+
+void WorkerCache::AddModules(const std::string& dir, const std::set<std::string>& reserved,
+                             ApiRegistry* registry) {
+  if (!modules_loaded_) {
+    LoadModuleDir(dir, reserved, &modules_);
+    modules_loaded_ = true;
+  }
+  registry->AddAll(modules_);
+}
+
+}  // namespace zemo::cgi

@@ -1,0 +1,76 @@
+// One accepted FastCGI connection of the worker: reads records through the
+// Decoder (answering management records and refusals at once), hands the
+// request's parameters over, streams the request body straight from the
+// socket into the reader's buffer, and writes STDOUT/STDERR/END_REQUEST
+// records. Files go out with sendfile(2) and pipes with splice(2), a record
+// header before each run of at most 65535 bytes, so their contents never
+// pass through user space. A failed write, an ABORT_REQUEST or a hang-up
+// while the body is read sets the request's stop flag (io::RequestStop),
+// which unwinds the request as SIGTERM does in CGI mode. Owns the socket.
+// Single-threaded.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <vector>
+
+#include "fcgi/decoder.h"
+#include "internal/io.h"
+#include "internal/raw_output.h"
+
+namespace zemo::fcgi {
+
+class Connection : public io::RawOutput {
+ public:
+  explicit Connection(int fd);
+  Connection(const Connection&) = delete;
+  Connection& operator=(const Connection&) = delete;
+
+  // Reads until a request's parameters are all in: *got true. *got false
+  // when the peer closed the connection between requests. An error status
+  // for a protocol error or a failed read (close the connection then).
+  orvel::Status NextRequest(bool* got);
+  const Pairs& params() const { return decoder_.params(); }
+  bool keep_conn() const { return decoder_.keep_conn(); }
+  // Whether the connection may still be used (no failed read or write).
+  bool usable() const { return !broken_; }
+
+  // Body bytes of the open request into buf: how many, 0 at its end, -1
+  // with errno (ECONNABORTED when the peer aborted, ECONNRESET when it
+  // hung up, EPIPE when the request is stopping).
+  ssize_t ReadBody(char* buf, size_t cap);
+  // Reads and drops what is left of the body (before the next request on a
+  // kept connection).
+  orvel::Status DrainBody();
+
+  // A stream's bytes as records of that type (kStdout or kStderr).
+  orvel::Status WriteStream(uint8_t type, const void* data, size_t len);
+  // The end of the request: the empty STDOUT and STDERR records and
+  // END_REQUEST with app_status. Then the decoder is ready for the next one.
+  orvel::Status EndRequest(uint32_t app_status);
+
+  // io::RawOutput: the request's STDOUT.
+  orvel::Status Write(const void* data, size_t len) override;
+  orvel::Status SendFile(int fd, uint64_t len, uint64_t* done) override;
+  orvel::Status SplicePipe(int fd) override;
+
+ private:
+  orvel::Status ReadExact(void* buf, size_t len);
+  orvel::Status Skip(size_t len);
+  // Reads one record whole into content_ and passes it to the decoder.
+  orvel::Status ReadRecord(const Header& h, Decoder::Outcome* out);
+  orvel::Status ReadHeader(Header* h);
+  orvel::Status WriteAllRaw(const void* data, size_t len);
+  orvel::Status WriteHeader(uint8_t type, size_t len);
+  orvel::Status Fail(orvel::Status st);
+
+  io::UniqueFd fd_;
+  Decoder decoder_;
+  std::vector<uint8_t> content_;
+  size_t body_left_ = 0;     // content bytes of the current STDIN record not read yet
+  size_t padding_left_ = 0;  // its padding
+  bool broken_ = false;
+};
+
+}  // namespace zemo::fcgi
