@@ -65,7 +65,7 @@ class Connection : public io::RawOutput {
   orvel::Status WriteHeader(uint8_t type, size_t len);
   orvel::Status Fail(orvel::Status st);
 
-  io::UniqueFd fd_;
+  io::ScopedFd fd_;
   Decoder decoder_;
   std::vector<uint8_t> content_;
   size_t body_left_ = 0;     // content bytes of the current STDIN record not read yet

@@ -61,7 +61,7 @@ class RequestScope {
 
  private:
   mode_t umask_;
-  io::UniqueFd cwd_;
+  io::ScopedFd cwd_;
   StdioStreams stdio_;  // last: the request's streams go first
 };
 
