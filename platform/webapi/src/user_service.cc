@@ -6,7 +6,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <mutex>
 
+#include "internal/io.h"
 #include "internal/log.h"
 #include "nimbard/sync_config.h"
 #include "nimbard/user_db.h"
@@ -20,17 +22,45 @@ static constexpr char kLogSource[] = "user-service";
 // group (the user database keeps no per-user gid).
 constexpr uint32_t kUsersGid = 100;
 
-orvel::Status OpenUserDb(std::unique_ptr<orvel::UserDb>* db) {
-  SyncConfigMgr conf;
-  if (conf.Init() != 0) return orvel::Status(orvel::kErrInvalidArgument, "bad configuration file");
-  return orvel::UserDb::Open(conf.GetUserDbPath(), db);
+// The process's handle on the user database and what it was opened from.
+struct SharedUserDb {
+  std::mutex mu;
+  zemo::io::FileStamp conf_stamp, db_stamp;
+  std::string path;
+  std::unique_ptr<orvel::UserDb> db;
+};
+
+SharedUserDb& Shared() {
+  static SharedUserDb* shared = new SharedUserDb;  // never destroyed: used until exit
+  return *shared;
+}
+
+// Runs fn on the open database (opening it first when the configuration or
+// the file changed) under the handle's lock.
+template <typename Fn>
+orvel::Status WithUserDb(Fn fn) {
+  SharedUserDb& s = Shared();
+  std::lock_guard<std::mutex> lock(s.mu);
+  zemo::io::FileStamp conf_now = zemo::io::FileStamp::Of(SyncConfigMgr().GetConfigPath());
+  if (!s.db || !conf_now.Same(s.conf_stamp)) {
+    SyncConfigMgr conf;
+    if (conf.Init() != 0) return orvel::Status(orvel::kErrInvalidArgument, "bad configuration file");
+    s.path = conf.GetUserDbPath();
+    s.conf_stamp = conf_now;
+    s.db.reset();
+  }
+  zemo::io::FileStamp db_now = zemo::io::FileStamp::Of(s.path);
+  if (!s.db || !db_now.Same(s.db_stamp)) {
+    s.db.reset();
+    ORVEL_RETURN_IF_ERROR(orvel::UserDb::Open(s.path, &s.db));
+    s.db_stamp = zemo::io::FileStamp::Of(s.path);
+  }
+  return fn(s.db.get());
 }
 
 // 0 and *out filled; 1 unknown user; -1 the database cannot be read.
 int LookupByName(const std::string& name, orvel::UserRecord* out) {
-  std::unique_ptr<orvel::UserDb> db;
-  orvel::Status st = OpenUserDb(&db);
-  if (st.ok()) st = db->GetUser(name, out);
+  orvel::Status st = WithUserDb([&](orvel::UserDb* db) { return db->GetUser(name, out); });
   if (st.ok()) return 0;
   if (st.code() == orvel::kErrNotFound) return 1;
   WEBAPI_LOG(Logger::kError, "user look-up '%s' failed: %s", name.c_str(), st.ToString().c_str());
@@ -42,10 +72,8 @@ int LookupByName(const std::string& name, orvel::UserRecord* out) {
 namespace SDK {
 
 int UserService::GetUserByUid(uint32_t uid, User* user) {
-  std::unique_ptr<orvel::UserDb> db;
   orvel::UserRecord rec;
-  orvel::Status st = OpenUserDb(&db);
-  if (st.ok()) st = db->GetUserByUid(uid, &rec);
+  orvel::Status st = WithUserDb([&](orvel::UserDb* db) { return db->GetUserByUid(uid, &rec); });
   if (!st.ok()) return -1;
   *user = User(rec.name, rec.uid);
   return 0;

@@ -83,6 +83,7 @@ orvel::Status LookupWebAccount(const std::string& name, WebAccount* out) {
   out->name = name;
   out->uid = pw.pw_uid;
   out->gid = pw.pw_gid;
+  out->groups = AccountGroups(*out);
   return orvel::Status::OK();
 }
 
@@ -94,7 +95,7 @@ orvel::Status LoweredIdentity::Lower(const WebAccount& account,
                                      std::unique_ptr<LoweredIdentity>* out) {
   gid_t old_gid = ::getegid();
   std::vector<gid_t> old_groups = CurrentGroups();
-  std::vector<gid_t> groups = AccountGroups(account);
+  std::vector<gid_t> groups = account.groups.empty() ? AccountGroups(account) : account.groups;
   // Inside a user namespace setgroups may be denied; the effective ids are
   // what matters for access, so go on without it.
   bool groups_changed = ::setgroups(groups.size(), groups.data()) == 0;

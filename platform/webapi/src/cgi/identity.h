@@ -19,9 +19,13 @@ struct WebAccount {
   std::string name;
   uid_t uid = 0;
   gid_t gid = 0;
+  // Supplementary groups (primary first), looked up with the account: the
+  // group database is read through NSS once, not on every switch.
+  std::vector<gid_t> groups;
 };
 
-// Looks the system account up (passwd). kErrNotFound when it does not exist.
+// Looks the system account and its groups up (passwd, group). kErrNotFound
+// when it does not exist.
 orvel::Status LookupWebAccount(const std::string& name, WebAccount* out);
 
 // Whether entry.cgi should switch at all: running as root and an account

@@ -5,25 +5,6 @@
 
 namespace zemo::cgi {
 
-FileStamp FileStamp::Of(const std::string& path) {
-  FileStamp s;
-  struct stat st;
-  if (::stat(path.c_str(), &st) != 0) return s;
-  s.exists = true;
-  s.dev = st.st_dev;
-  s.ino = st.st_ino;
-  s.size = st.st_size;
-  s.mtime = st.st_mtim;
-  s.ctime = st.st_ctim;
-  return s;
-}
-
-bool FileStamp::Same(const FileStamp& o) const {
-  return exists == o.exists && dev == o.dev && ino == o.ino && size == o.size &&
-         mtime.tv_sec == o.mtime.tv_sec && mtime.tv_nsec == o.mtime.tv_nsec &&
-         ctime.tv_sec == o.ctime.tv_sec && ctime.tv_nsec == o.ctime.tv_nsec;
-}
-
 int WorkerCache::Config(SyncConfigMgr* conf) {
   // The stamp is taken before reading: a change during the read shows as a
   // different stamp on the next request, which reads again.
@@ -45,10 +26,17 @@ int WorkerCache::Config(SyncConfigMgr* conf) {
 }
 
 orvel::Status WorkerCache::Account(const std::string& name, WebAccount* out) {
-  if (!account_valid_ || account_name_ != name) {
+  // The account and its groups are looked up again when the system's passwd
+  // or group file changes (a group added to the web account, say).
+  FileStamp passwd = FileStamp::Of("/etc/passwd");
+  FileStamp group = FileStamp::Of("/etc/group");
+  if (!account_valid_ || account_name_ != name || !passwd.Same(passwd_stamp_) ||
+      !group.Same(group_stamp_)) {
     ORVEL_RETURN_IF_ERROR(LookupWebAccount(name, &account_));
     account_name_ = name;
     account_valid_ = true;
+    passwd_stamp_ = passwd;
+    group_stamp_ = group;
   }
   *out = account_;
   return orvel::Status::OK();

@@ -15,22 +15,13 @@
 #include "cgi/api_registry.h"
 #include "cgi/identity.h"
 #include "cgi/session.h"
+#include "internal/io.h"
 #include "nimbard/status.h"
 #include "nimbard/sync_config.h"
 
 namespace zemo::cgi {
 
-// The identity and version of a file as stat(2) sees it.
-struct FileStamp {
-  bool exists = false;
-  dev_t dev = 0;
-  ino_t ino = 0;
-  off_t size = 0;
-  struct timespec mtime = {0, 0}, ctime = {0, 0};
-
-  static FileStamp Of(const std::string& path);
-  bool Same(const FileStamp& o) const;
-};
+using io::FileStamp;
 
 class WorkerCache {
  public:
@@ -41,7 +32,8 @@ class WorkerCache {
   // Copies the configuration into *conf, reading the file first when it
   // changed. -1 as SyncConfigMgr::Init (tried again on the next call).
   int Config(SyncConfigMgr* conf);
-  // The system account `name`, looked up once per configuration.
+  // The system account `name` and its groups, looked up once per
+  // configuration and again when /etc/passwd or /etc/group changes.
   orvel::Status Account(const std::string& name, WebAccount* out);
   // The user database at path, kept open while the file stays the same.
   UserDbHandle* Users(const std::string& path);
@@ -60,6 +52,7 @@ class WorkerCache {
   int config_reads_ = 0;
   std::string account_name_;
   WebAccount account_;
+  FileStamp passwd_stamp_, group_stamp_;
   bool account_valid_ = false;
   std::string users_path_;
   FileStamp users_stamp_;

@@ -98,6 +98,25 @@ orvel::Status MakeDirs(const std::string& path, mode_t mode) {
   return orvel::Status::OK();
 }
 
+FileStamp FileStamp::Of(const std::string& path) {
+  FileStamp s;
+  struct stat st;
+  if (::stat(path.c_str(), &st) != 0) return s;
+  s.exists = true;
+  s.dev = st.st_dev;
+  s.ino = st.st_ino;
+  s.size = st.st_size;
+  s.mtime = st.st_mtim;
+  s.ctime = st.st_ctim;
+  return s;
+}
+
+bool FileStamp::Same(const FileStamp& o) const {
+  return exists == o.exists && dev == o.dev && ino == o.ino && size == o.size &&
+         mtime.tv_sec == o.mtime.tv_sec && mtime.tv_nsec == o.mtime.tv_nsec &&
+         ctime.tv_sec == o.ctime.tv_sec && ctime.tv_nsec == o.ctime.tv_nsec;
+}
+
 }  // namespace zemo::io
 
 namespace zemo::io {

@@ -4,6 +4,7 @@
 // apart from that flag and the descriptors callers own; thread-safe.
 #pragma once
 
+#include <sys/stat.h>
 #include <sys/types.h>
 
 #include <cstddef>
@@ -47,5 +48,17 @@ bool TerminateReceived();
 orvel::Status ReadFile(const std::string& path, std::string* out);
 // Creates each missing folder of path (like mkdir -p) with the given mode.
 orvel::Status MakeDirs(const std::string& path, mode_t mode);
+
+// The identity and version of a file as stat(2) sees it.
+struct FileStamp {
+  bool exists = false;
+  dev_t dev = 0;
+  ino_t ino = 0;
+  off_t size = 0;
+  struct timespec mtime = {0, 0}, ctime = {0, 0};
+
+  static FileStamp Of(const std::string& path);
+  bool Same(const FileStamp& o) const;
+};
 
 }  // namespace zemo::io
