@@ -12,9 +12,9 @@
 
 #include "connection_cache.h"
 #include "nimbard/platform.h"
-#include "nimbard/status.h"
-#include "nimbard/wire.h"
-#include "nimbard/zemo_root.h"
+#include "orvelcommon/status.h"
+#include "orvelcommon/wire.h"
+#include "orvelcommon/zemo_root.h"
 
 namespace {
 

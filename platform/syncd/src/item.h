@@ -8,8 +8,8 @@
 
 #include "db/store.h"
 #include "nimbard/nimbard.h"
-#include "nimbard/pobject.h"
-#include "nimbard/user_db.h"
+#include "orvelcommon/pobject.h"
+#include "orvelcommon/user_db.h"
 
 namespace orvel::syncd {
 

@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "nimbard/pobject.h"
+#include "orvelcommon/pobject.h"
 
 class Nimbard {
  public:

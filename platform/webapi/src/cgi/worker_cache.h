@@ -15,8 +15,8 @@
 #include "cgi/api_registry.h"
 #include "cgi/identity.h"
 #include "cgi/session.h"
-#include "nimbard/status.h"
-#include "nimbard/sync_config.h"
+#include "orvelcommon/status.h"
+#include "orvelcommon/sync_config.h"
 
 namespace zemo::cgi {
 
