@@ -10,7 +10,7 @@
 
 #include <vector>
 
-#include "nimbard/sha256.h"
+#include "orvelcommon/sha256.h"
 
 namespace orvel::test {
 namespace {

@@ -12,7 +12,7 @@
 
 #include "http_client.h"
 #include "nimbard/platform.h"
-#include "nimbard/sha256.h"
+#include "orvelcommon/sha256.h"
 #include "stack.h"
 
 namespace orvel::test {

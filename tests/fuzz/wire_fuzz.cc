@@ -5,8 +5,8 @@
 #include <cstdlib>
 #include <string>
 
-#include "nimbard/pobject.h"
-#include "nimbard/wire.h"
+#include "orvelcommon/pobject.h"
+#include "orvelcommon/wire.h"
 
 namespace {
 

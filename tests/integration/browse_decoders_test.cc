@@ -21,7 +21,7 @@
 
 #include "nimbard/nimbard.h"
 #include "nimbard/platform.h"
-#include "nimbard/wire.h"
+#include "orvelcommon/wire.h"
 #include "pdf_maker.h"
 #include "stack.h"
 

@@ -7,7 +7,7 @@
 #include <fstream>
 
 #include "nimbard/platform.h"
-#include "nimbard/utf8.h"
+#include "orvelcommon/utf8.h"
 #include "stack.h"
 #include "transfer_test_util.h"
 

@@ -7,7 +7,7 @@
 
 #include <cstring>
 
-#include "nimbard/wire.h"
+#include "orvelcommon/wire.h"
 #include "syncd_launcher.h"
 
 namespace orvel::test {

@@ -22,7 +22,7 @@
 
 #include "nimbard/file.h"
 #include "nimbard/nimbard.h"
-#include "nimbard/user_db.h"
+#include "orvelcommon/user_db.h"
 
 namespace orvel::test {
 

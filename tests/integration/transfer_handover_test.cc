@@ -16,9 +16,9 @@
 #include <random>
 #include <sstream>
 
-#include "nimbard/handover.h"
+#include "orvelcommon/handover.h"
 #include "nimbard/nimbard.h"
-#include "nimbard/sha256.h"
+#include "orvelcommon/sha256.h"
 #include "stack.h"
 
 namespace orvel::test {

@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "nimbard/nimbard.h"
-#include "nimbard/wire.h"
+#include "orvelcommon/wire.h"
 
 namespace orvel::test {
 

@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
-#include "nimbard/sync_config.h"
+#include "orvelcommon/sync_config.h"
 #include "webapi_harness.h"
 
 namespace webapi_test {

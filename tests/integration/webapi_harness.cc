@@ -13,7 +13,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "nimbard/sync_config.h"
+#include "orvelcommon/sync_config.h"
 
 extern char** environ;
 

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "nimbard/user_db.h"
+#include "orvelcommon/user_db.h"
 
 namespace webapi_test {
 

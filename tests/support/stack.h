@@ -17,7 +17,7 @@
 #include <string>
 #include <vector>
 
-#include "nimbard/user_db.h"
+#include "orvelcommon/user_db.h"
 
 namespace orvel::test {
 

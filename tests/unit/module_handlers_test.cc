@@ -8,7 +8,7 @@
 #include <string>
 
 #include "module_test_util.h"
-#include "nimbard/sync_config.h"
+#include "orvelcommon/sync_config.h"
 #include "webapi/orvel/file/convert-office.h"
 #include "webapi/orvel/file/copy.h"
 #include "webapi/orvel/file/create.h"

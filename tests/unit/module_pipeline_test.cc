@@ -11,8 +11,8 @@
 #include "bridge/request-handler.h"
 #include "bridge/run-as-root.h"
 #include "module_test_util.h"
-#include "nimbard/sync_config.h"
-#include "nimbard/user_db.h"
+#include "orvelcommon/sync_config.h"
+#include "orvelcommon/user_db.h"
 #include "zemo/webapi.h"
 
 namespace {

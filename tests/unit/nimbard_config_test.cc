@@ -8,9 +8,9 @@
 
 #include "nimbard/file.h"
 #include "nimbard/platform.h"
-#include "nimbard/sha256.h"
-#include "nimbard/sync_config.h"
-#include "nimbard/zemo_root.h"
+#include "orvelcommon/sha256.h"
+#include "orvelcommon/sync_config.h"
+#include "orvelcommon/zemo_root.h"
 
 namespace {
 

@@ -14,8 +14,8 @@
 #include <thread>
 
 #include "nimbard/nimbard.h"
-#include "nimbard/pobject.h"
-#include "nimbard/wire.h"
+#include "orvelcommon/pobject.h"
+#include "orvelcommon/wire.h"
 
 namespace {
 

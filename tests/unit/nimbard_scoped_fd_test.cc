@@ -7,7 +7,7 @@
 
 #include <utility>
 
-#include "nimbard/scoped_fd.h"
+#include "orvelcommon/scoped_fd.h"
 
 namespace orvel {
 namespace {

@@ -3,7 +3,7 @@
 // `now` each call is given.
 #include <gtest/gtest.h>
 
-#include "nimbard/throttle.h"
+#include "orvelcommon/throttle.h"
 
 namespace {
 

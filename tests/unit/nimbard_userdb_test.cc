@@ -5,7 +5,7 @@
 #include <unistd.h>
 
 #include "nimbard/file.h"
-#include "nimbard/user_db.h"
+#include "orvelcommon/user_db.h"
 
 namespace {
 

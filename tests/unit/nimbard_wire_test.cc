@@ -6,8 +6,8 @@
 #include <cmath>
 #include <limits>
 
-#include "nimbard/pobject.h"
-#include "nimbard/wire.h"
+#include "orvelcommon/pobject.h"
+#include "orvelcommon/wire.h"
 
 namespace {
 

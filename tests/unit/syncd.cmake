@@ -8,4 +8,4 @@ orvel_add_test(syncd_unit_test
   unit/syncd_intent_test.cc
   unit/syncd_intake_test.cc
   unit/syncd_child_test.cc)
-target_link_libraries(syncd_unit_test PRIVATE syncd_core PkgConfig::SQLITE3)
+target_link_libraries(syncd_unit_test PRIVATE syncd_core nimbard PkgConfig::SQLITE3)

@@ -12,7 +12,7 @@
 #include <fstream>
 #include <string>
 
-#include "nimbard/handover.h"
+#include "orvelcommon/handover.h"
 #include "zemo/nas.h"
 
 namespace {

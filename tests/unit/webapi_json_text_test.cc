@@ -13,7 +13,7 @@
 
 #include "cgi/cgi_output.h"
 #include "cgi/json_text.h"
-#include "nimbard/utf8.h"
+#include "orvelcommon/utf8.h"
 
 namespace zemo::cgi {
 namespace {

@@ -10,8 +10,8 @@
 #include <fstream>
 #include <sstream>
 
-#include "nimbard/sync_config.h"
-#include "nimbard/user_db.h"
+#include "orvelcommon/sync_config.h"
+#include "orvelcommon/user_db.h"
 #include "zemo/nas.h"
 
 namespace {

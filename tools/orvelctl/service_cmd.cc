@@ -5,7 +5,7 @@
 #include <string>
 
 #include "nimbard/nimbard.h"
-#include "nimbard/status.h"
+#include "orvelcommon/status.h"
 #include "orvelctl.h"
 
 namespace orvelctl {

@@ -7,8 +7,8 @@
 #include <string>
 
 #include "nimbard/nimbard.h"
-#include "nimbard/status.h"
-#include "nimbard/sync_config.h"
+#include "orvelcommon/status.h"
+#include "orvelcommon/sync_config.h"
 #include "orvelctl.h"
 
 namespace orvelctl {

@@ -13,8 +13,8 @@
 #include <memory>
 #include <string>
 
-#include "nimbard/sync_config.h"
-#include "nimbard/user_db.h"
+#include "orvelcommon/sync_config.h"
+#include "orvelcommon/user_db.h"
 #include "orvelctl.h"
 
 namespace orvelctl {

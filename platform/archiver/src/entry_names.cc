@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <vector>
 
-#include "nimbard/utf8.h"
+#include "orvelcommon/utf8.h"
 
 namespace orvel::archiver {
 namespace {

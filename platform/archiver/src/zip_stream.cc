@@ -16,7 +16,7 @@
 #include <memory>
 #include <vector>
 
-#include "nimbard/scoped_fd.h"
+#include "orvelcommon/scoped_fd.h"
 
 namespace orvel::archiver {
 namespace {

@@ -1,8 +1,8 @@
 // File, SimpleFileReader and content hashing (SHA-256).
 #include "nimbard/file.h"
 
-#include "nimbard/scoped_fd.h"
-#include "nimbard/sha256.h"
+#include "orvelcommon/scoped_fd.h"
+#include "orvelcommon/sha256.h"
 
 #include <fcntl.h>
 #include <ftw.h>

@@ -1,9 +1,8 @@
 // Platform facades: service state and freeze mode (asked of the daemon),
-// home-service and app-privilege support, base64, database managers and the
+// home-service and app-privilege support, database managers and the
 // job-queue client.
 #include "nimbard/platform.h"
 
-#include <sodium.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
 
@@ -84,26 +83,6 @@ std::string& LinkGrantSlot() {
 
 void SetRequestLinkGrant(const std::string& grant) { LinkGrantSlot() = grant; }
 const std::string& RequestLinkGrant() { return LinkGrantSlot(); }
-
-int EncBase64Dec(const char* in, unsigned in_len, char* out, unsigned* out_len) {
-  size_t bin_len = 0;
-  const char* end = nullptr;
-  if (sodium_base642bin(reinterpret_cast<unsigned char*>(out), static_cast<size_t>(in_len) * 3 / 4 + 1,
-                        in, in_len, nullptr, &bin_len, &end, sodium_base64_VARIANT_ORIGINAL) != 0 ||
-      end != in + in_len) {
-    return 0;
-  }
-  *out_len = static_cast<unsigned>(bin_len);
-  return 1;
-}
-
-std::string EncBase64Enc(const std::string& in) {
-  std::string out(sodium_base64_ENCODED_LEN(in.size(), sodium_base64_VARIANT_ORIGINAL), '\0');
-  sodium_bin2base64(out.data(), out.size(), reinterpret_cast<const unsigned char*>(in.data()),
-                    in.size(), sodium_base64_VARIANT_ORIGINAL);
-  out.resize(out.size() - 1);  // drop the NUL
-  return out;
-}
 
 namespace db {
 

@@ -203,9 +203,9 @@ const char* RoleName(Role r) {
   }
 }
 
-Nimbard::Capabilities CapabilitiesFor(Role r) {
+Capabilities CapabilitiesFor(Role r) {
   if (r == Role::kOwner) return OwnerCapabilities();
-  Nimbard::Capabilities c;
+  Capabilities c;
   c.can_preview = c.can_read = r >= Role::kViewer;
   c.can_comment = r >= Role::kCommenter;
   c.can_write = c.can_delete = c.can_rename = c.can_organize = r >= Role::kEditor;
@@ -284,25 +284,25 @@ Status AccessRecords(RequestContext& ctx, const std::vector<Access>& items, bool
   for (const Access& a : items) {
     // The path on the server is the owner's to see; members and link visitors get "".
     const std::string tpx_path = a.role == Role::kOwner ? AccessDiskPath(ctx.d->layout, a) : "";
-    Nimbard::FileInfo f = MakeFileInfo(a.node, a.view_path, tpx_path, a.owner);
+    ItemRecord f = MakeFileInfo(a.node, a.view_path, tpx_path, a.owner);
     if (a.node.parent_id.empty() && a.role != Role::kOwner) f.name = a.owner.name;
     f.capabilities = CapabilitiesFor(a.role);
     f.starred = marks.starred.count(a.node.file_id) > 0;
     f.shared = marks.shared.count(a.node.file_id) > 0;
     auto range = marks.labels.equal_range(a.node.file_id);
     for (auto it = range.first; it != range.second; ++it)
-      f.labels.push_back(Nimbard::LabelInfo{it->second.label_id, it->second.name, it->second.color});
+      f.labels.push_back(LabelInfo{it->second.label_id, it->second.name, it->second.color});
     if (permissions && a.role == Role::kOwner) {
       std::vector<Share> shares;
       ORVEL_RETURN_IF_ERROR(ctx.store->browse()->SharesOf(a.node.file_id, &shares));
       for (const Share& s : shares)
-        f.permissions.push_back(Nimbard::PermissionInfo{std::to_string(s.id), s.kind, s.name, s.role, false});
+        f.permissions.push_back(PermissionInfo{std::to_string(s.id), s.kind, s.name, s.role, false});
       std::vector<SharingLink> links;
       ORVEL_RETURN_IF_ERROR(ctx.store->browse()->LinksOf(a.node.file_id, &links));
       for (const SharingLink& l : links)
-        f.permissions.push_back(Nimbard::PermissionInfo{"link:" + l.token.substr(0, 8), "link", "", l.role, false});
+        f.permissions.push_back(PermissionInfo{"link:" + l.token.substr(0, 8), "link", "", l.role, false});
     }
-    array->push_back(Nimbard::FileInfoToPObject(f));
+    array->push_back(ItemRecordToPObject(f));
   }
   return Status::OK();
 }

@@ -14,7 +14,7 @@
 
 #include "db/browse_store.h"
 #include "dispatch.h"
-#include "nimbard/nimbard.h"
+#include "orvelcommon/item_record.h"
 
 namespace orvel::syncd {
 
@@ -23,7 +23,7 @@ enum class Role { kNone = 0, kViewer = 1, kCommenter = 2, kEditor = 3, kOwner = 
 // "viewer", "commenter", "editor" (and "owner"); kNone for anything else.
 Role ParseRole(const std::string& text);
 const char* RoleName(Role role);
-Nimbard::Capabilities CapabilitiesFor(Role role);
+Capabilities CapabilitiesFor(Role role);
 
 // An item as the caller reached it.
 struct Access {

@@ -22,7 +22,7 @@
 #include <string>
 #include <vector>
 
-#include "nimbard/status.h"
+#include "orvelcommon/status.h"
 
 namespace orvel::syncd {
 

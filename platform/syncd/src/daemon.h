@@ -16,8 +16,8 @@
 #include <vector>
 
 #include "db/pool.h"
-#include "nimbard/sync_config.h"
-#include "nimbard/user_db.h"
+#include "orvelcommon/sync_config.h"
+#include "orvelcommon/user_db.h"
 #include "space_fs.h"
 #include "token_throttle.h"
 #include "tree.h"

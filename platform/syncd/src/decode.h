@@ -14,8 +14,8 @@
 #include <string>
 #include <vector>
 
-#include "nimbard/status.h"
-#include "nimbard/sync_config.h"
+#include "orvelcommon/status.h"
+#include "orvelcommon/sync_config.h"
 #include "tree.h"
 
 namespace orvel::syncd {

@@ -5,7 +5,7 @@
 #include <new>
 
 #include "log.h"
-#include "nimbard/wire.h"
+#include "orvelcommon/wire.h"
 #include "ops.h"
 #include "ops_browse.h"
 #include "ops_recycle.h"

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "daemon.h"
-#include "nimbard/pobject.h"
+#include "orvelcommon/pobject.h"
 #include "space.h"
 
 namespace orvel::syncd {

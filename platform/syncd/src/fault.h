@@ -21,7 +21,7 @@
 
 #include <atomic>
 
-#include "nimbard/status.h"
+#include "orvelcommon/status.h"
 
 namespace orvel::syncd::fault {
 

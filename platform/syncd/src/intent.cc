@@ -13,8 +13,8 @@
 
 #include "fault.h"
 #include "log.h"
-#include "nimbard/pobject.h"
-#include "nimbard/wire.h"
+#include "orvelcommon/pobject.h"
+#include "orvelcommon/wire.h"
 #include "space.h"
 #include "space_fs.h"
 

@@ -3,16 +3,16 @@
 
 namespace orvel::syncd {
 
-Nimbard::Capabilities OwnerCapabilities() {
-  Nimbard::Capabilities c;
+Capabilities OwnerCapabilities() {
+  Capabilities c;
   c.can_preview = c.can_read = c.can_write = c.can_delete = c.can_rename = true;
   c.can_comment = c.can_share = c.can_encrypt = c.can_organize = true;
   return c;
 }
 
-Nimbard::FileInfo MakeFileInfo(const Node& n, const std::string& view_path,
+ItemRecord MakeFileInfo(const Node& n, const std::string& view_path,
                                const std::string& tpx_path, const UserRecord& owner) {
-  Nimbard::FileInfo f;
+  ItemRecord f;
   f.sync_id = n.sync_id;
   f.max_id = n.max_id;
   f.size = n.is_dir() ? 0 : n.size;
@@ -44,7 +44,7 @@ Nimbard::FileInfo MakeFileInfo(const Node& n, const std::string& view_path,
 
 PObject MakeRecord(const Node& node, const std::string& view_path, const std::string& tpx_path,
                    const UserRecord& owner) {
-  return Nimbard::FileInfoToPObject(MakeFileInfo(node, view_path, tpx_path, owner));
+  return ItemRecordToPObject(MakeFileInfo(node, view_path, tpx_path, owner));
 }
 
 }  // namespace orvel::syncd

@@ -1,24 +1,24 @@
 // item: the wire's item record (docs/wire.md, "Item record") made from a
-// row. The record goes through the client library's own conversion
-// (Nimbard::FileInfoToPObject), so the daemon and its clients share one
-// definition of the keys. Thread-safe.
+// row. The record goes through the conversion of orvelcommon/item_record.h
+// (ItemRecordToPObject), which the client library decodes too, so the daemon
+// and its clients share one definition of the keys. Thread-safe.
 #pragma once
 
 #include <string>
 
 #include "db/store.h"
-#include "nimbard/nimbard.h"
-#include "nimbard/pobject.h"
-#include "nimbard/user_db.h"
+#include "orvelcommon/item_record.h"
+#include "orvelcommon/pobject.h"
+#include "orvelcommon/user_db.h"
 
 namespace orvel::syncd {
 
 // Capabilities of an owner on an own item: everything.
-Nimbard::Capabilities OwnerCapabilities();
+Capabilities OwnerCapabilities();
 
 // The record of node as seen by its owner. view_path is "/mydrive/...",
 // tpx_path the real path on the server.
-Nimbard::FileInfo MakeFileInfo(const Node& node, const std::string& view_path,
+ItemRecord MakeFileInfo(const Node& node, const std::string& view_path,
                                const std::string& tpx_path, const UserRecord& owner);
 PObject MakeRecord(const Node& node, const std::string& view_path, const std::string& tpx_path,
                    const UserRecord& owner);

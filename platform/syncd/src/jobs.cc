@@ -8,7 +8,7 @@
 
 #include "daemon.h"
 #include "log.h"
-#include "nimbard/handover.h"
+#include "orvelcommon/handover.h"
 #include "paths.h"
 #include "recycle.h"
 #include "reconcile.h"
@@ -115,7 +115,7 @@ void JobRunner::Loop() {
       last_purge = now;
     }
     // X-Sendfile hand-over links are only needed until the web server has
-    // opened them (nimbard/handover.h); the loop comes by at least every minute.
+    // opened them (orvelcommon/handover.h); the loop comes by at least every minute.
     SweepHandOver(d_->layout.tmp, now, kHandOverLinkSeconds);
     if (now - last_clean >= kTmpCleanEvery) {
       int removed = 0;

@@ -16,7 +16,7 @@
 #include <string>
 #include <thread>
 
-#include "nimbard/status.h"
+#include "orvelcommon/status.h"
 
 namespace orvel::syncd {
 

@@ -3,7 +3,7 @@
 
 #include <sodium.h>
 
-#include "nimbard/sha256.h"
+#include "orvelcommon/sha256.h"
 
 namespace orvel::syncd {
 namespace {

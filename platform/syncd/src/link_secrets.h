@@ -7,7 +7,7 @@
 
 #include <string>
 
-#include "nimbard/status.h"
+#include "orvelcommon/status.h"
 
 namespace orvel::syncd {
 

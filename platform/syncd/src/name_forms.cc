@@ -7,7 +7,7 @@
 
 #include <algorithm>
 
-#include "nimbard/utf8.h"
+#include "orvelcommon/utf8.h"
 
 namespace orvel::syncd {
 namespace {

@@ -14,7 +14,7 @@
 #include "hooks.h"
 #include "jobs.h"
 #include "log.h"
-#include "nimbard/utf8.h"
+#include "orvelcommon/utf8.h"
 #include "space_fs.h"
 #include "ops_transfer.h"
 #include "tasks.h"

@@ -12,7 +12,7 @@
 #include <cstdlib>
 
 #include "jobs.h"
-#include "nimbard/utf8.h"
+#include "orvelcommon/utf8.h"
 #include "space_fs.h"
 #include "transfer.h"
 

@@ -21,7 +21,7 @@
 #include "intent.h"
 #include "mime.h"
 #include "name_forms.h"
-#include "nimbard/platform.h"
+#include "orvelcommon/base64.h"
 #include "ops_browse.h"
 #include "ops_revision.h"
 #include "revisions.h"
@@ -129,7 +129,7 @@ Status StageDataPath(Daemon& d, uid_t peer_uid, const UpdateArgs& a, NewContent*
 }
 
 Status CheckRole(RequestContext& ctx, const UpdateArgs& a, const PObject& args, const Access& item) {
-  Nimbard::Capabilities caps = CapabilitiesFor(item.role);
+  Capabilities caps = CapabilitiesFor(item.role);
   bool writes = a.has_content || a.has_data || a.created || a.accessed || a.modified || a.has_encrypted ||
                 !a.properties.empty();
   bool renames = a.has_name && a.name != item.node.name;

@@ -13,7 +13,7 @@
 
 #include "dispatch.h"
 #include "log.h"
-#include "nimbard/wire.h"
+#include "orvelcommon/wire.h"
 
 namespace orvel::syncd {
 

@@ -7,7 +7,7 @@
 #include <cerrno>
 
 #include "hooks.h"
-#include "nimbard/sha256.h"
+#include "orvelcommon/sha256.h"
 
 namespace orvel::syncd {
 

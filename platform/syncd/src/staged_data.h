@@ -12,7 +12,7 @@
 
 #include <string>
 
-#include "nimbard/status.h"
+#include "orvelcommon/status.h"
 #include "tree.h"
 
 namespace orvel::syncd {
@@ -28,7 +28,7 @@ Status OpenStagedData(const Layout& layout, uid_t peer_uid, const std::string& d
                       StagedData* out);
 
 // The SHA-256 and size of a staged file. The digest that the web framework
-// recorded on the file as it wrote it (nimbard/sha256.h, StoreDigest) is
+// recorded on the file as it wrote it (orvelcommon/sha256.h, StoreDigest) is
 // taken as it is when the file has no other hard link and the size and
 // modification time recorded with it still match; otherwise the file is
 // read and hashed (hook point "staged-data-hash" runs first). Only peers the

@@ -8,8 +8,8 @@
 #include "daemon.h"
 #include "hooks.h"
 #include "log.h"
-#include "nimbard/sha256.h"
-#include "nimbard/wire.h"
+#include "orvelcommon/sha256.h"
+#include "orvelcommon/wire.h"
 
 namespace orvel::syncd {
 namespace {

@@ -34,7 +34,7 @@
 #include <vector>
 
 #include "db/task_store.h"
-#include "nimbard/pobject.h"
+#include "orvelcommon/pobject.h"
 #include "space.h"
 
 namespace orvel::syncd {

@@ -18,7 +18,7 @@
 #include <string>
 
 #include "decode.h"
-#include "nimbard/status.h"
+#include "orvelcommon/status.h"
 
 namespace orvel::syncd {
 

@@ -14,7 +14,7 @@
 #include <string>
 #include <utility>
 
-#include "nimbard/status.h"
+#include "orvelcommon/status.h"
 
 namespace orvel::syncd {
 

@@ -1,7 +1,7 @@
 // TokenThrottle: the throttle on sharing-link look-ups. A visitor who names
 // unknown or expired sharing tokens is guessing; failures are counted per
 // client address (the request's "forward" address, as the web module passes
-// it) with the policy of nimbard/throttle.h, and an address that must wait is
+// it) with the policy of orvelcommon/throttle.h, and an address that must wait is
 // refused with kErrTooManyAttempts before its token is looked up. Records
 // live in memory, at most max_keys of them (idle ones are dropped first, then
 // the quietest). Thread-safe (one mutex).
@@ -13,8 +13,8 @@
 #include <string>
 #include <unordered_map>
 
-#include "nimbard/status.h"
-#include "nimbard/throttle.h"
+#include "orvelcommon/status.h"
+#include "orvelcommon/throttle.h"
 
 namespace orvel::syncd {
 

@@ -15,7 +15,7 @@
 
 #include "daemon.h"
 #include "db/store.h"
-#include "nimbard/pobject.h"
+#include "orvelcommon/pobject.h"
 #include "space.h"
 
 namespace orvel::syncd {

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "fault.h"
-#include "nimbard/sha256.h"
+#include "orvelcommon/sha256.h"
 
 namespace orvel::syncd {
 namespace {

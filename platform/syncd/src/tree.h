@@ -11,8 +11,8 @@
 #include <cstdint>
 #include <string>
 
-#include "nimbard/scoped_fd.h"
-#include "nimbard/status.h"
+#include "orvelcommon/scoped_fd.h"
+#include "orvelcommon/status.h"
 
 namespace orvel::syncd {
 
@@ -52,7 +52,7 @@ std::string ExtensionOf(const std::string& name);
 // errno -> Status, the one helper of this layer.
 Status FsError(const char* op, const std::string& path, int err);
 
-// ScopedFd (nimbard/scoped_fd.h) is the file-descriptor guard here too.
+// ScopedFd (orvelcommon/scoped_fd.h) is the file-descriptor guard here too.
 using orvel::ScopedFd;
 
 // A path that is removed when the guard ends, unless Cancel() was called (a

@@ -3,7 +3,7 @@
 //
 // Stage opens the file beneath the temp folder without following any link
 // and hard-links that very inode (not the path) into the hand-over folder
-// (nimbard/handover.h), whose links outlive the request so that the web
+// (orvelcommon/handover.h), whose links outlive the request so that the web
 // server finds the file whenever it reads the headers. Output, right before
 // the hand-over, resolves the link's path, checks that it lies in the
 // hand-over folder and that opening it (no link followed) gives the staged
@@ -22,7 +22,7 @@
 #include <ctime>
 
 #include "internal/io.h"
-#include "nimbard/handover.h"
+#include "orvelcommon/handover.h"
 #include "zemo/nas.h"
 
 namespace {

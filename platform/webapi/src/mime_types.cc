@@ -7,7 +7,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "nimbard/zemo_root.h"
+#include "orvelcommon/zemo_root.h"
 #include "zemo/nas.h"
 
 namespace {

@@ -16,7 +16,7 @@
 
 #include "internal/io.h"
 #include "internal/log.h"
-#include "nimbard/zemo_root.h"
+#include "orvelcommon/zemo_root.h"
 #include "zemo/nas.h"
 
 extern char** environ;

@@ -10,7 +10,7 @@
 
 #include "internal/io.h"
 #include "internal/log.h"
-#include "nimbard/sync_config.h"
+#include "orvelcommon/sync_config.h"
 #include "zemo/nas.h"
 #include "zemo/webapi.h"
 

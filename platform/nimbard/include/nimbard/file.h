@@ -1,5 +1,5 @@
 // File: a path with its stat data, and SimpleFileReader, which reads a file
-// once while hashing it. The content hash is SHA-256 (nimbard/sha256.h),
+// once while hashing it. The content hash is SHA-256 (orvelcommon/sha256.h),
 // lower-case hex; the daemon checks it against the bytes it receives.
 #pragma once
 
@@ -36,7 +36,7 @@ class SimpleFileReader {
   void setFile(const std::string& path) { path_ = path; }
   void setHashString(std::string& out) { hash_out_ = &out; }
   // Reads the whole file in 1 MiB blocks, hashing it, unless its writer
-  // recorded a digest that is still current (nimbard/sha256.h). Returns the
+  // recorded a digest that is still current (orvelcommon/sha256.h). Returns the
   // file's size, or -1 with errno set.
   int64_t readFile();
 

@@ -14,7 +14,8 @@
 #include <string>
 #include <vector>
 
-#include "nimbard/pobject.h"
+#include "orvelcommon/item_record.h"
+#include "orvelcommon/pobject.h"
 
 class Nimbard {
  public:
@@ -34,45 +35,12 @@ class Nimbard {
     std::string name;
     MemberSelector member;
   };
-  struct LabelInfo {
-    std::string label_id;
-    std::string name;
-    std::string color;
-  };
-  struct PermissionInfo {
-    std::string permission_id;
-    std::string type;  // "user", "group", "link"
-    std::string name;
-    std::string role;  // "owner", "editor", "commenter", "viewer"
-    bool inherited = false;
-  };
-  struct Capabilities {
-    bool can_preview = false, can_read = false, can_write = false,
-         can_delete = false, can_rename = false, can_comment = false,
-         can_share = false, can_encrypt = false, can_organize = false;
-  };
-  struct FileInfo {
-    uint64_t sync_id = 0;
-    uint64_t max_id = 0;
-    uint64_t size = 0;
-    uint32_t created_time = 0, access_time = 0, modified_time = 0, change_time = 0;
-    std::string parent_id, file_id;
-    std::string permanent_link;
-    std::string display_path, original_path, path, tpx_path, name;
-    std::string hash;
-    bool removed = false, encrypted = false, starred = false, shared = false,
-         adv_shared = false, sync_to_device = false;
-    int type = 0;  // 0 file, 1 folder, 2 an entry that listings skip
-    std::string properties, app_properties;  // JSON texts
-    std::vector<PermissionInfo> permissions;
-    std::vector<LabelInfo> labels;
-    std::string owner_name, owner_display_name;
-    uint32_t owner_uid = 0;
-    Capabilities capabilities;
-    std::string content_snippet;
-    uint32_t revisions = 0;
-    std::string content_type;
-  };
+  // The item record and its parts (orvelcommon/item_record.h), under the
+  // names the module uses.
+  using LabelInfo = orvel::LabelInfo;
+  using PermissionInfo = orvel::PermissionInfo;
+  using Capabilities = orvel::Capabilities;
+  using FileInfo = orvel::ItemRecord;
   struct RevisionInfo {
     uint64_t sync_id = 0;
     uint64_t size = 0;

@@ -9,6 +9,8 @@
 #include <cstdint>
 #include <string>
 
+#include "orvelcommon/base64.h"
+
 // Asks the daemon for its state ("enabled", "disabled", "moving_db", ...).
 // Returns 0 and fills status, or -1 when the daemon cannot be asked.
 int ServiceStatusGet(std::string& status, int flags);
@@ -32,10 +34,7 @@ bool ServiceIsHomeServiceEnabled(int kind);
 void SetRequestLinkGrant(const std::string& grant);
 const std::string& RequestLinkGrant();
 
-// Base64 (standard alphabet, "=" padding). Returns non-zero on success and
-// writes the decoded length to *out_len; out must hold in_len*3/4 bytes.
-int EncBase64Dec(const char* in, unsigned in_len, char* out, unsigned* out_len);
-std::string EncBase64Enc(const std::string& in);
+// Base64: EncBase64Dec and EncBase64Enc (orvelcommon/base64.h).
 
 namespace db {
 // The sync, log and job databases of the package, opened per request by the

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "nimbard/status.h"
+#include "orvelcommon/status.h"
 
 struct sqlite3;
 

@@ -18,7 +18,7 @@
 #include <utility>
 #include <vector>
 
-#include "nimbard/status.h"
+#include "orvelcommon/status.h"
 
 namespace orvel::syncd {
 

@@ -13,7 +13,7 @@
 #include "cgi/cgi_env.h"
 #include "cgi/form_params.h"
 #include "cgi/temp_file.h"
-#include "nimbard/status.h"
+#include "orvelcommon/status.h"
 
 namespace zemo::cgi {
 

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "nimbard/status.h"
+#include "orvelcommon/status.h"
 
 namespace zemo::cgi {
 

@@ -7,7 +7,7 @@
 #include <cstring>
 #include <string_view>
 
-#include "nimbard/utf8.h"
+#include "orvelcommon/utf8.h"
 
 namespace zemo::cgi {
 

@@ -1,6 +1,6 @@
 // LoginThrottle: the login throttle of entry.cgi. Every login is checked
 // against two records in the user database, one for the account named and
-// one for the client's address (nimbard/throttle.h gives the policy: free
+// one for the client's address (orvelcommon/throttle.h gives the policy: free
 // failures, then doubling delays, then a lock that grows with each lock). A
 // wrong password counts against both; the right one clears the account's
 // record (the address's is left to age out, so that logging into one's own
@@ -11,8 +11,8 @@
 #include <cstdint>
 #include <string>
 
-#include "nimbard/status.h"
-#include "nimbard/user_db.h"
+#include "orvelcommon/status.h"
+#include "orvelcommon/user_db.h"
 
 namespace zemo::cgi {
 

@@ -10,7 +10,7 @@
 #include <string>
 
 #include "cgi/api_registry.h"
-#include "nimbard/status.h"
+#include "orvelcommon/status.h"
 
 namespace zemo::cgi {
 

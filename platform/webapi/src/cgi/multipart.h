@@ -8,7 +8,7 @@
 #include <cstddef>
 #include <string>
 
-#include "nimbard/status.h"
+#include "orvelcommon/status.h"
 
 namespace zemo::cgi {
 

@@ -7,7 +7,7 @@
 #include "cgi/module_loader.h"
 #include "internal/log.h"
 #include "nimbard/platform.h"
-#include "nimbard/zemo_root.h"
+#include "orvelcommon/zemo_root.h"
 
 namespace zemo::cgi {
 

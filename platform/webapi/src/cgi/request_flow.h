@@ -19,7 +19,7 @@
 #include "cgi/identity.h"
 #include "cgi/session.h"
 #include "cgi/worker_cache.h"
-#include "nimbard/sync_config.h"
+#include "orvelcommon/sync_config.h"
 #include "zemo/webapi.h"
 
 namespace zemo::cgi {

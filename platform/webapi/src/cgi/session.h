@@ -13,8 +13,8 @@
 
 #include "cgi/cgi_env.h"
 #include "cgi/form_params.h"
-#include "nimbard/status.h"
-#include "nimbard/user_db.h"
+#include "orvelcommon/status.h"
+#include "orvelcommon/user_db.h"
 #include "zemo/webapi.h"
 
 namespace zemo::cgi {

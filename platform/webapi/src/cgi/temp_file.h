@@ -9,8 +9,8 @@
 #include <string>
 
 #include "internal/io.h"
-#include "nimbard/sha256.h"
-#include "nimbard/status.h"
+#include "orvelcommon/sha256.h"
+#include "orvelcommon/status.h"
 
 namespace zemo::cgi {
 

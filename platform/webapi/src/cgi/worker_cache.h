@@ -16,8 +16,8 @@
 #include "cgi/identity.h"
 #include "cgi/session.h"
 #include "internal/io.h"
-#include "nimbard/status.h"
-#include "nimbard/sync_config.h"
+#include "orvelcommon/status.h"
+#include "orvelcommon/sync_config.h"
 
 namespace zemo::cgi {
 

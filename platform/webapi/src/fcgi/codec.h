@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "nimbard/status.h"
+#include "orvelcommon/status.h"
 
 namespace zemo::fcgi {
 

@@ -10,12 +10,12 @@
 #include <cstddef>
 #include <string>
 
-#include "nimbard/scoped_fd.h"
-#include "nimbard/status.h"
+#include "orvelcommon/scoped_fd.h"
+#include "orvelcommon/status.h"
 
 namespace zemo::io {
 
-// The descriptors here are owned by orvel::ScopedFd (nimbard/scoped_fd.h).
+// The descriptors here are owned by orvel::ScopedFd (orvelcommon/scoped_fd.h).
 using orvel::ScopedFd;
 
 // errno (captured by the caller or read now) as a Status naming op and path.

@@ -8,7 +8,7 @@
 #include <pthread.h>
 #include <unistd.h>
 
-#include "nimbard/logger.h"
+#include "orvelcommon/logger.h"
 
 namespace zemo::log {
 

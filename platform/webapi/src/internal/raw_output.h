@@ -8,7 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "nimbard/status.h"
+#include "orvelcommon/status.h"
 
 namespace zemo::io {
 

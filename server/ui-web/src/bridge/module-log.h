@@ -8,7 +8,7 @@
 // with the name explicitly. Stateless; safe from any thread.
 #pragma once
 
-#include "nimbard/logger.h"
+#include "orvelcommon/logger.h"
 
 namespace orvel::module {
 

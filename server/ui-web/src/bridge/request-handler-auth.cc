@@ -5,7 +5,7 @@
 
 #include "module-log.h"
 #include "nimbard/platform.h"
-#include "nimbard/user_db.h"
+#include "orvelcommon/user_db.h"
 #include "request-handler.h"
 #include "run-as-root.h"
 #include "zemo/nas.h"

@@ -9,8 +9,8 @@
 
 #include "module-log.h"
 #include "nimbard/platform.h"
-#include "nimbard/sync_config.h"
-#include "nimbard/user_db.h"
+#include "orvelcommon/sync_config.h"
+#include "orvelcommon/user_db.h"
 #include "request-handler.h"
 #include "run-as-root.h"
 

@@ -15,7 +15,7 @@
 #include "module-log.h"
 #include "nimbard/file.h"
 #include "nimbard/platform.h"
-#include "nimbard/sync_config.h"
+#include "orvelcommon/sync_config.h"
 #include "run-as-root.h"
 #include "webapi-bridge.h"
 #include "zemo/nas.h"

@@ -17,7 +17,7 @@
 #include "bridge/bridge-request.h"
 #include "bridge/bridge-response.h"
 #include "bridge/request-handler.h"
-#include "nimbard/pobject.h"
+#include "orvelcommon/pobject.h"
 
 namespace orvel::client {
 

@@ -8,7 +8,7 @@
 #include <cerrno>
 
 #include "bridge/module-log.h"
-#include "nimbard/scoped_fd.h"
+#include "orvelcommon/scoped_fd.h"
 
 namespace orvel::module {
 

@@ -8,7 +8,7 @@
 
 #include "bridge/bridge-request.h"
 #include "nimbard/file.h"
-#include "nimbard/pobject.h"
+#include "orvelcommon/pobject.h"
 
 namespace orvel::module {
 

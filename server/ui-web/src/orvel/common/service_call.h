@@ -13,7 +13,7 @@
 #include "bridge/bridge-request.h"
 #include "bridge/bridge-response.h"
 #include "bridge/request-handler.h"
-#include "nimbard/logger.h"
+#include "orvelcommon/logger.h"
 #include "nimbard/nimbard.h"
 #include "orvel/common/orvel_utils.h"
 

@@ -6,7 +6,7 @@
 
 #include "bridge/request-handler.h"
 #include "nimbard/file.h"
-#include "nimbard/pobject.h"
+#include "orvelcommon/pobject.h"
 
 class CreateHandler : public RequestHandler {
  public:

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "bridge/request-handler.h"
-#include "nimbard/pobject.h"
+#include "orvelcommon/pobject.h"
 
 class SearchHandler : public RequestHandler {
  public:

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "bridge/request-handler.h"
-#include "nimbard/pobject.h"
+#include "orvelcommon/pobject.h"
 
 class UpdateInfoHandler : public RequestHandler {
  public:

@@ -7,7 +7,7 @@
 
 #include "bridge/request-handler.h"
 #include "nimbard/file.h"
-#include "nimbard/pobject.h"
+#include "orvelcommon/pobject.h"
 
 class UploadHandler : public RequestHandler {
  public:

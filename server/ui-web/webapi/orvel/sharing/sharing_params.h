@@ -9,7 +9,7 @@
 #include <string>
 
 #include "bridge/request-handler.h"
-#include "nimbard/pobject.h"
+#include "orvelcommon/pobject.h"
 
 namespace orvel::sharing {
 

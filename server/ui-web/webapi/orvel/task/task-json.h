@@ -7,7 +7,7 @@
 
 #include "bridge/bridge-request.h"
 #include "bridge/bridge-response.h"
-#include "nimbard/pobject.h"
+#include "orvelcommon/pobject.h"
 
 namespace orvel::client {
 

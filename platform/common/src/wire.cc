@@ -1,5 +1,5 @@
 // msgpack encoding of PObject values and length-prefixed framing on a socket.
-#include "nimbard/wire.h"
+#include "orvelcommon/wire.h"
 
 #include <errno.h>
 #include <msgpack.h>

@@ -1,5 +1,5 @@
 // Process-wide logger: timestamped lines to stderr; DEBUG gated by a file.
-#include "nimbard/logger.h"
+#include "orvelcommon/logger.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <mutex>
 
-#include "nimbard/zemo_root.h"
+#include "orvelcommon/zemo_root.h"
 
 namespace {
 std::mutex g_mu;

@@ -1,5 +1,5 @@
 // See utf8.h.
-#include "nimbard/utf8.h"
+#include "orvelcommon/utf8.h"
 
 namespace orvel {
 

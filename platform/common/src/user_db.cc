@@ -1,6 +1,6 @@
 // The user database (users, groups, sessions) on SQLite, and the module-side
 // UserManager facade. Each UserDb owns one connection; use one per thread.
-#include "nimbard/user_db.h"
+#include "orvelcommon/user_db.h"
 
 #include <sodium.h>
 #include <sqlite3.h>
@@ -8,7 +8,7 @@
 #include <ctime>
 #include <mutex>
 
-#include "nimbard/sync_config.h"
+#include "orvelcommon/sync_config.h"
 
 namespace orvel {
 namespace {

@@ -1,5 +1,5 @@
 // Status formatting and the errno-to-status helper of the platform layer.
-#include "nimbard/status.h"
+#include "orvelcommon/status.h"
 
 #include <cerrno>
 #include <cstring>

@@ -1,5 +1,5 @@
 // Package configuration: defaults, the JSON file and $ZEMO_ROOT expansion.
-#include "nimbard/sync_config.h"
+#include "orvelcommon/sync_config.h"
 
 #include <json/json.h>
 
@@ -9,7 +9,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "nimbard/zemo_root.h"
+#include "orvelcommon/zemo_root.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
-// The hand-over folder of X-Sendfile downloads; see nimbard/handover.h.
-#include "nimbard/handover.h"
+// The hand-over folder of X-Sendfile downloads; see orvelcommon/handover.h.
+#include "orvelcommon/handover.h"
 
 #include <dirent.h>
 #include <fcntl.h>

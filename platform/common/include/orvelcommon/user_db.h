@@ -2,7 +2,7 @@
 // at SyncConfigMgr::GetUserDbPath(). Shared by the web framework (login,
 // sessions), the module (UserManager), the daemon (owners, groups) and
 // orvelctl. Passwords are argon2id hashes (libsodium). It also keeps the
-// login throttle's records (nimbard/throttle.h). An account that stops being
+// login throttle's records (orvelcommon/throttle.h). An account that stops being
 // usable (disabled, expired, deleted) or whose password changes loses its
 // sessions in the same transaction. One object per thread.
 #pragma once
@@ -12,8 +12,8 @@
 #include <string>
 #include <vector>
 
-#include "nimbard/status.h"
-#include "nimbard/throttle.h"
+#include "orvelcommon/status.h"
+#include "orvelcommon/throttle.h"
 
 struct sqlite3;
 

@@ -1,5 +1,5 @@
 // SHA-256 over OpenSSL's EVP interface, and hashing of a whole descriptor.
-#include "nimbard/sha256.h"
+#include "orvelcommon/sha256.h"
 
 #include <openssl/evp.h>
 #include <sys/stat.h>

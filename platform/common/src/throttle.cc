@@ -1,5 +1,5 @@
-// The guessing throttle's policy; see nimbard/throttle.h. Pure functions.
-#include "nimbard/throttle.h"
+// The guessing throttle's policy; see orvelcommon/throttle.h. Pure functions.
+#include "orvelcommon/throttle.h"
 
 #include <algorithm>
 

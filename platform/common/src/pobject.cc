@@ -1,5 +1,5 @@
 // PObject value semantics and JSON text output.
-#include "nimbard/pobject.h"
+#include "orvelcommon/pobject.h"
 
 #include <json/json.h>
 

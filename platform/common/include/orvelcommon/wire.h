@@ -10,8 +10,8 @@
 #include <cstdint>
 #include <string>
 
-#include "nimbard/pobject.h"
-#include "nimbard/status.h"
+#include "orvelcommon/pobject.h"
+#include "orvelcommon/status.h"
 
 namespace orvel::wire {
 

@@ -1,5 +1,5 @@
 // Resolution of fixed platform paths under ZEMO_ROOT.
-#include "nimbard/zemo_root.h"
+#include "orvelcommon/zemo_root.h"
 
 #include <cstdlib>
 
