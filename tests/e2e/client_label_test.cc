@@ -55,11 +55,6 @@ class ClientLabelTest : public ::testing::Test {
     }
     return out;
   }
-  static void ExpectError(const Json::Value& r, int code, const std::string& message) {
-    EXPECT_FALSE(r["success"].asBool()) << r;
-    EXPECT_EQ(r["error"]["code"].asInt(), code) << r;
-    EXPECT_EQ(r["error"]["errors"]["message"].asString(), message) << r;
-  }
   static TestStack* stack_;
   static int port_;
 };

@@ -71,11 +71,6 @@ class ClientRecycleTest : public ::testing::Test, public TaskHelpers {
     p["additional"] = Json::Value(Json::arrayValue);
     return c.Call(kFiles, "get", p);
   }
-  static void ExpectError(const Json::Value& r, int code, const std::string& message) {
-    EXPECT_FALSE(r["success"].asBool()) << r;
-    EXPECT_EQ(r["error"]["code"].asInt(), code) << r;
-    EXPECT_EQ(r["error"]["errors"]["message"].asString(), message) << r;
-  }
   static bool Exists(const std::string& path) {
     struct stat st;
     return ::lstat(path.c_str(), &st) == 0;

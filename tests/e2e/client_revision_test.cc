@@ -48,12 +48,6 @@ Json::Value Params(const std::string& path, const std::string& revision_id = "")
   return p;
 }
 
-void ExpectError(const Json::Value& r, int code, const std::string& message) {
-  EXPECT_FALSE(r["success"].asBool()) << r;
-  EXPECT_EQ(r["error"]["code"].asInt(), code) << r;
-  EXPECT_EQ(r["error"]["errors"]["message"].asString(), message) << r;
-}
-
 class ClientRevisionTest : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {

@@ -86,11 +86,6 @@ class ClientSharingTest : public ::testing::Test {
     EXPECT_FALSE(r["success"].asBool()) << r;
     EXPECT_EQ(r["error"]["code"].asInt(), code) << r;
   }
-  static void ExpectError(const Json::Value& r, int code, const std::string& message) {
-    EXPECT_FALSE(r["success"].asBool()) << r;
-    EXPECT_EQ(r["error"]["code"].asInt(), code) << r;
-    EXPECT_EQ(r["error"]["errors"]["message"].asString(), message) << r;
-  }
 
   static TestStack* stack_;
   static int port_;

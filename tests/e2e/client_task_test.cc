@@ -128,11 +128,6 @@ class ClientTaskTest : public ::testing::Test {
     EXPECT_TRUE(r["success"].asBool()) << r;
     return r["data"]["total"].asUInt64();
   }
-  static void ExpectError(const Json::Value& r, int code, const std::string& message) {
-    EXPECT_FALSE(r["success"].asBool()) << r;
-    EXPECT_EQ(r["error"]["code"].asInt(), code) << r;
-    EXPECT_EQ(r["error"]["errors"]["message"].asString(), message) << r;
-  }
 
   static TestStack* stack_;
   static int port_;

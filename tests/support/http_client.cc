@@ -245,4 +245,10 @@ void ApiClient::KeepCookies(const HttpAnswer& answer) {
   }
 }
 
+void ExpectError(const Json::Value& r, int code, const std::string& message) {
+  EXPECT_FALSE(r["success"].asBool()) << r;
+  EXPECT_EQ(r["error"]["code"].asInt(), code) << r;
+  EXPECT_EQ(r["error"]["errors"]["message"].asString(), message) << r;
+}
+
 }  // namespace orvel::test

@@ -77,4 +77,7 @@ class ApiClient {
   std::map<std::string, std::string> cookies_;
 };
 
+// Expects r to be a refusal with exactly this code and message (gtest).
+void ExpectError(const Json::Value& r, int code, const std::string& message);
+
 }  // namespace orvel::test
