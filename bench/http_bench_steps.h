@@ -18,6 +18,8 @@ struct HttpBenchOptions {
   double seconds = 4;                    // measured window per small request
   int concurrency = 8;
   int repeat = 2;  // transfers: best of this many, anchor and ours alternated
+  bool small_only = false;  // only the small requests (for profiling them)
+  std::string only;         // small requests: the anchor and the rows whose label has this
 };
 
 class HttpBenchSteps {

@@ -9,7 +9,7 @@
 
 #include "cgi/cgi_env.h"
 #include "cgi/form_params.h"
-#include "cgi/json_text.h"
+#include "zemo/json_text.h"
 #include "zemo/webapi.h"
 
 namespace {
@@ -17,10 +17,10 @@ namespace {
 void CheckJsonRoundTrip(const std::string& text) {
   Json::Value parsed;
   if (!ZEMO::WebAPIUtil::ParseJson(text, parsed)) return;
-  const std::string written = zemo::cgi::CompactJson(parsed);
+  const std::string written = zemo::CompactJson(parsed);
   Json::Value again;
   if (!ZEMO::WebAPIUtil::ParseJson(written, again)) std::abort();
-  if (zemo::cgi::CompactJson(again) != written) std::abort();
+  if (zemo::CompactJson(again) != written) std::abort();
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 orvel_add_test(module_unit_test
   unit/module_tables_test.cc
   unit/module_utils_test.cc
+  unit/module_items_answer_test.cc
   unit/module_builders_test.cc
   unit/module_bridge_test.cc
   unit/module_pipeline_test.cc

@@ -163,12 +163,13 @@ TEST(ListFamily, HiddenRecordsAreSkippedOnlyWhenAsked) {
   records[1].name = "hidden";
   records[1].type = 2;
   records[2].name = "c";
-  Json::Value items(Json::arrayValue);
-  ASSERT_EQ(orvel::module::AppendItems(records, true, items), 0);
+  BridgeResponse skipping, keeping;
+  ASSERT_EQ(orvel::module::SetItemsAnswer(records, true, Json::Value(Json::objectValue), skipping), 0);
+  const Json::Value items = orvel::module::test::ParseJson(skipping.GetJsonText())["items"];
   ASSERT_EQ(items.size(), 2u);
   EXPECT_EQ(items[1]["name"].asString(), "c");
-  Json::Value all(Json::arrayValue);
-  ASSERT_EQ(orvel::module::AppendItems(records, false, all), 0);
+  ASSERT_EQ(orvel::module::SetItemsAnswer(records, false, Json::Value(Json::objectValue), keeping), 0);
+  const Json::Value all = orvel::module::test::ParseJson(keeping.GetJsonText())["items"];
   EXPECT_EQ(all.size(), 3u);
   EXPECT_EQ(all[1]["type"].asString(), "");
 }

@@ -12,7 +12,7 @@
 #include <string>
 
 #include "cgi/cgi_output.h"
-#include "cgi/json_text.h"
+#include "zemo/json_text.h"
 #include "orvelcommon/utf8.h"
 
 namespace zemo::cgi {

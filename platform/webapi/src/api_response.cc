@@ -9,6 +9,7 @@ void APIResponse::SetSuccess(const Json::Value& data) {
   error_code_ = 0;
   error_details_ = Json::Value();
   data_ = data;
+  data_text_.clear();
   has_data_ = true;
 }
 
@@ -16,6 +17,15 @@ void APIResponse::SetSuccess(Json::Value&& data) {
   error_code_ = 0;
   error_details_ = Json::Value();
   data_ = std::move(data);
+  data_text_.clear();
+  has_data_ = true;
+}
+
+void APIResponse::SetSuccessText(std::string data_text) {
+  error_code_ = 0;
+  error_details_ = Json::Value();
+  data_ = Json::Value();
+  data_text_ = std::move(data_text);
   has_data_ = true;
 }
 
@@ -23,6 +33,7 @@ void APIResponse::SetSuccess() {
   error_code_ = 0;
   error_details_ = Json::Value();
   data_ = Json::Value();
+  data_text_.clear();
   has_data_ = false;
 }
 
@@ -30,6 +41,7 @@ void APIResponse::SetError(int code, const Json::Value& details) {
   error_code_ = code;
   error_details_ = details;
   data_ = Json::Value();
+  data_text_.clear();
   has_data_ = false;
 }
 
@@ -48,7 +60,13 @@ Json::Value APIResponse::Envelope() const {
     return env;
   }
   env["success"] = true;
-  if (has_data_) env["data"] = data_;
+  if (has_data_ && !data_text_.empty()) {
+    Json::Value data;
+    WebAPIUtil::ParseJson(data_text_, data);
+    env["data"] = std::move(data);
+  } else if (has_data_) {
+    env["data"] = data_;
+  }
   return env;
 }
 

@@ -115,6 +115,10 @@ class APIResponse {
   void SetSuccess(const Json::Value& data);
   void SetSuccess(Json::Value&& data);  // takes the tree over, no copy
   void SetSuccess();  // success without "data"
+  // Success with "data" given as its compact JSON text, written by the
+  // zemo/json_text.h functions (a large listing is written straight from
+  // its records, never built as a tree). The framework prints it as it is.
+  void SetSuccessText(std::string data_text);
   void SetError(int code, const Json::Value& details = Json::Value());
   void SetHeader(const std::string& name, const std::string& value);
   // With false the framework writes nothing: what the module printed to
@@ -127,6 +131,8 @@ class APIResponse {
   int GetErrorCode() const { return error_code_; }
   const Json::Value& GetErrorDetails() const { return error_details_; }
   const Json::Value& GetData() const { return data_; }
+  // The text given to SetSuccessText; empty when the data is a tree.
+  const std::string& GetDataText() const { return data_text_; }
   const std::vector<std::pair<std::string, std::string>>& GetHeaders() const { return headers_; }
   // The envelope: {"success": true[, "data"]} or {"success": false, "error": {...}}.
   Json::Value Envelope() const;
@@ -137,6 +143,7 @@ class APIResponse {
   int error_code_ = 0;
   Json::Value error_details_;
   Json::Value data_;
+  std::string data_text_;
   std::vector<std::pair<std::string, std::string>> headers_;
 };
 

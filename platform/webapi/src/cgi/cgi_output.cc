@@ -1,7 +1,7 @@
 // CGI answer writing; see cgi_output.h. Not thread-safe.
 #include "cgi/cgi_output.h"
 
-#include "cgi/json_text.h"
+#include "zemo/json_text.h"
 
 namespace zemo::cgi {
 
@@ -28,6 +28,12 @@ std::string EnvelopeText(const ZEMO::APIResponse& response) {
   // not copied into a second tree first.
   static const char kHead[] = "{\"data\":";
   std::string text = kHead;
+  if (!response.GetDataText().empty()) {
+    text.reserve(text.size() + response.GetDataText().size() + 32);
+    text += response.GetDataText();
+    text += ",\"success\":true}\n";
+    return text;
+  }
   text.reserve(64 * 1024);
   if (!AppendCompactJson(response.GetData(), &text)) {
     text.resize(sizeof(kHead) - 1);

@@ -12,11 +12,19 @@ void BridgeResponse::SetError(int code, const std::string& message, int line) {
 void BridgeResponse::SetJsonResponse(const Json::Value& value) {
   type_ = kJson;
   json_ = value;
+  json_text_.clear();
 }
 
 void BridgeResponse::SetJsonResponse(Json::Value&& value) {
   type_ = kJson;
   json_ = std::move(value);
+  json_text_.clear();
+}
+
+void BridgeResponse::SetJsonText(std::string text) {
+  type_ = kJson;
+  json_ = Json::Value();
+  json_text_ = std::move(text);
 }
 
 void BridgeResponse::SetHeader(std::string name, std::string value) {

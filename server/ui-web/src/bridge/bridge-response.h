@@ -39,6 +39,10 @@ class BridgeResponse {
   void SetJsonResponse(Json::Value&& value);
   const Json::Value& GetJsonObject() const { return json_; }
   Json::Value& MutableJsonObject() { return json_; }
+  // Makes this a JSON response given as its compact text (written with
+  // zemo/json_text.h straight from records; see the listings).
+  void SetJsonText(std::string text);
+  const std::string& GetJsonText() const { return json_text_; }
 
   // Appends a header; the same name may be set more than once.
   void SetHeader(std::string name, std::string value);
@@ -79,5 +83,6 @@ class BridgeResponse {
   bool output_json_error_ = false;
   std::vector<std::string> auto_remove_paths_;
   Json::Value json_;
+  std::string json_text_;
   std::vector<Header> headers_;
 };

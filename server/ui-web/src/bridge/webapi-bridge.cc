@@ -119,6 +119,8 @@ void WebAPIBridge::SetJsonOutput(const BridgeResponse& response, Json::Value* mo
   for (const auto& [name, value] : response.GetHeaders()) response_->SetHeader(name, value);
   if (response.IsErrorSet()) {
     response_->SetError(response.GetErrorCode(), ErrorDetails(response));
+  } else if (!response.GetJsonText().empty()) {
+    response_->SetSuccessText(response.GetJsonText());
   } else if (response.GetJsonObject().isNull()) {
     response_->SetSuccess();
   } else if (movable_data != nullptr) {

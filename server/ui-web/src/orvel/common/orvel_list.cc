@@ -4,8 +4,10 @@
 #include <utility>
 
 #include "bridge/module-log.h"
+#include "item_json.h"
 #include "orvel_utils.h"
 #include "service_call.h"
+#include "zemo/json_text.h"
 
 namespace orvel::module {
 namespace {
@@ -38,6 +40,46 @@ PagedParams ReadPagedParams(const ListFamilyMember& member, BridgeRequest& reque
   return p;
 }
 
+int AppendItems(const std::vector<Nimbard::FileInfo>& records, bool skip_hidden,
+                Json::Value& items) {
+  for (const Nimbard::FileInfo& record : records) {
+    if (skip_hidden && record.type == 2) continue;
+    Json::Value item;
+    if (ConvertFileInfoToJSon(record, item) < 0) return -1;
+    items.append(std::move(item));
+  }
+  return 0;
+}
+
+// The text of {"items": [...], <rest>}. False when it cannot be the tree's
+// text: a member of rest that sorts before "items", or an item that
+// AppendItemText refuses.
+bool ItemsAnswerText(const std::vector<Nimbard::FileInfo>& records, bool skip_hidden,
+                     const Json::Value& rest, std::string* out) {
+  if (!rest.isObject()) return false;
+  for (const std::string& key : rest.getMemberNames()) {
+    if (key <= "items") return false;
+  }
+  out->reserve(64 + records.size() * 1024);
+  out->append("{\"items\":[");
+  bool first = true;
+  for (const Nimbard::FileInfo& record : records) {
+    if (skip_hidden && record.type == 2) continue;
+    if (!first) out->push_back(',');
+    first = false;
+    if (!AppendItemText(record, out)) return false;
+  }
+  out->push_back(']');
+  for (auto it = rest.begin(); it != rest.end(); ++it) {
+    out->push_back(',');
+    zemo::AppendJsonString(it.name(), out);
+    out->push_back(':');
+    if (!zemo::AppendCompactJson(*it, out)) return false;
+  }
+  out->push_back('}');
+  return true;
+}
+
 }  // namespace
 
 ListFilter ReadListFilter(BridgeRequest& request) {
@@ -62,14 +104,17 @@ Nimbard::SearchNodeFilter MakeSearchNodeFilter(const ListFilter& filter, const s
   return out;
 }
 
-int AppendItems(const std::vector<Nimbard::FileInfo>& records, bool skip_hidden,
-                Json::Value& items) {
-  for (const Nimbard::FileInfo& record : records) {
-    if (skip_hidden && record.type == 2) continue;
-    Json::Value item;
-    if (ConvertFileInfoToJSon(record, item) < 0) return -1;
-    items.append(std::move(item));
+int SetItemsAnswer(const std::vector<Nimbard::FileInfo>& records, bool skip_hidden,
+                   Json::Value rest, BridgeResponse& response) {
+  std::string text;
+  if (ItemsAnswerText(records, skip_hidden, rest, &text)) {
+    response.SetJsonText(std::move(text));
+    return 0;
   }
+  Json::Value items(Json::arrayValue);
+  if (AppendItems(records, skip_hidden, items) < 0) return -1;
+  rest["items"] = std::move(items);
+  response.SetJsonResponse(std::move(rest));
   return 0;
 }
 
@@ -96,15 +141,13 @@ int HandleFilteredList(const ListFamilyMember& member, const RequestAuthenticati
         {member.log_source, __LINE__, std::string(member.step_name) + " failed",
          member.failure_message});
   }
-  Json::Value result(Json::objectValue);
-  result["items"] = Json::Value(Json::arrayValue);
-  if (AppendItems(records, true, result["items"]) < 0) {
+  Json::Value rest(Json::objectValue);
+  rest["total"] = Json::UInt64(total);
+  if (SetItemsAnswer(records, true, std::move(rest), response) < 0) {
     Log(Logger::kError, member.log_source, __LINE__, "build response failed\n");
     response.SetError(117, "build response failed", __LINE__);
     return -1;
   }
-  result["total"] = Json::UInt64(total);
-  response.SetJsonResponse(std::move(result));
   return 0;
 }
 
@@ -125,14 +168,11 @@ int HandleRecentList(const RequestAuthentication& auth, const std::string& sudo_
     return ReportServiceFailure(client, response,
                                 {kSource, __LINE__, "ListRecent failed", "list recent failed"});
   }
-  Json::Value result(Json::objectValue);
-  result["items"] = Json::Value(Json::arrayValue);
-  if (AppendItems(records, false, result["items"]) < 0) {
+  if (SetItemsAnswer(records, false, Json::Value(Json::objectValue), response) < 0) {
     Log(Logger::kError, kSource, __LINE__, "Failed to convert file info to json format\n");
     response.SetError(117, "build response failed", __LINE__);
     return -1;
   }
-  response.SetJsonResponse(std::move(result));
   return 0;
 }
 

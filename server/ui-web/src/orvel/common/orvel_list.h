@@ -36,11 +36,13 @@ Nimbard::SearchNodeFilter MakeSearchNodeFilter(const ListFilter& filter, const s
                                                const std::string& sort_direction, uint64_t limit,
                                                uint64_t offset, const std::string& label_id);
 
-// Appends the item object of each record to items (an array), leaving out
-// type-2 records when skip_hidden. 0, or -1 when a record cannot be
-// converted.
-int AppendItems(const std::vector<Nimbard::FileInfo>& records, bool skip_hidden,
-                Json::Value& items);
+// Answers {"items": [the item object of each record], <the members of
+// rest>}, leaving out type-2 records when skip_hidden. The answer is written
+// as text straight from the records (a listing builds no tree per item),
+// byte for byte the text of the tree. 0, or -1 when a record cannot be
+// converted (nothing is set then).
+int SetItemsAnswer(const std::vector<Nimbard::FileInfo>& records, bool skip_hidden,
+                   Json::Value rest, BridgeResponse& response);
 
 using PagedListCall = int (Nimbard::*)(const Nimbard::SearchNodeFilter&,
                                        std::vector<Nimbard::FileInfo>&, uint64_t&);

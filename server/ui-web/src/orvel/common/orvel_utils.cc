@@ -10,122 +10,16 @@
 #include <sstream>
 
 #include "bridge/bridge-request.h"
+#include "orvel/common/item_json.h"
 #include "zemo/nas.h"
 
 namespace {
 constexpr const char kSrc[] = "server/ui-web/src/orvel/common/orvel_utils";
 
-Json::Value CapabilitiesToJson(const Nimbard::Capabilities& caps) {
-  Json::Value out(Json::objectValue);
-  out["can_preview"] = caps.can_preview;
-  out["can_read"] = caps.can_read;
-  out["can_write"] = caps.can_write;
-  out["can_delete"] = caps.can_delete;
-  out["can_rename"] = caps.can_rename;
-  out["can_comment"] = caps.can_comment;
-  out["can_share"] = caps.can_share;
-  out["can_encrypt"] = caps.can_encrypt;
-  out["can_organize"] = caps.can_organize;
-  return out;
-}
-
-Json::Value PermissionsToJson(const std::vector<Nimbard::PermissionInfo>& permissions) {
-  Json::Value out(Json::arrayValue);
-  for (const Nimbard::PermissionInfo& p : permissions) {
-    Json::Value entry(Json::objectValue);
-    entry["permission_id"] = p.permission_id;
-    entry["type"] = p.type;
-    entry["name"] = p.name;
-    entry["role"] = p.role;
-    entry["inherited"] = p.inherited;
-    out.append(entry);
-  }
-  return out;
-}
-
-Json::Value LabelsToJson(const std::vector<Nimbard::LabelInfo>& labels) {
-  Json::Value out(Json::arrayValue);
-  for (const Nimbard::LabelInfo& label : labels) {
-    Json::Value entry;
-    ConvertLabelInfoToJSon(label, entry);
-    out.append(entry);
-  }
-  return out;
-}
-
-const char* TypeName(int type) {
-  if (type == 0) return "file";
-  if (type == 1) return "dir";
-  return "";
-}
-
 std::string Decimal(uint64_t value) {
   char text[32];
   snprintf(text, sizeof(text), "%llu", static_cast<unsigned long long>(value));
   return text;
-}
-
-// Parses a JSON text (comments allowed) into out; false on a syntax error.
-bool ParseProperties(const std::string& text, Json::Value& out) {
-  if (text == "{}") {  // the common case; spares a reader per item of a listing
-    out = Json::Value(Json::objectValue);
-    return true;
-  }
-  Json::Reader reader;
-  return reader.parse(text, out, true);
-}
-
-void FillIdentity(const Nimbard::FileInfo& info, Json::Value& out) {
-  out["file_id"] = info.file_id;
-  out["path"] = info.path;
-  out["tpx_path"] = info.tpx_path;
-  out["display_path"] = info.display_path;
-  if (!info.original_path.empty()) out["original_path"] = info.original_path;
-  out["name"] = info.name;
-  out["type"] = TypeName(info.type);
-  out["parent_id"] = info.parent_id;
-  out["created_time"] = Json::UInt(info.created_time);
-  out["access_time"] = Json::UInt(info.access_time);
-  out["modified_time"] = Json::UInt(info.modified_time);
-  out["change_time"] = Json::UInt(info.change_time);
-  out["size"] = Json::UInt64(info.size);
-}
-
-void FillState(const Nimbard::FileInfo& info, Json::Value& out) {
-  out["capabilities"] = CapabilitiesToJson(info.capabilities);
-  out["version_id"] = Decimal(info.sync_id);
-  out["sync_id"] = Json::UInt64(info.sync_id);
-  out["max_id"] = Json::UInt64(info.max_id);
-  out["removed"] = info.removed;
-  out["encrypted"] = info.encrypted;
-  out["starred"] = info.starred;
-  out["shared"] = info.shared;
-  out["adv_shared"] = info.adv_shared;
-  out["sync_to_device"] = info.sync_to_device;
-  out["shared_with"] = PermissionsToJson(info.permissions);
-}
-
-void FillExtras(const Nimbard::FileInfo& info, Json::Value& out) {
-  if (!ParseProperties(info.properties, out["properties"])) {
-    syslog(LOG_ERR, "%s:%d Properties cannot be parsed.\n", kSrc, __LINE__);
-  }
-  if (!ParseProperties(info.app_properties, out["app_properties"])) {
-    syslog(LOG_ERR, "%s:%d App properties cannot be parsed.\n", kSrc, __LINE__);
-  }
-  Json::Value owner(Json::objectValue);
-  owner["display_name"] = info.owner_display_name;
-  owner["name"] = info.owner_name;
-  owner["uid"] = Json::UInt(info.owner_uid);
-  out["owner"] = owner;
-  out["permanent_link"] = info.permanent_link;
-  out["labels"] = LabelsToJson(info.labels);
-  out["hash"] = info.hash;
-  out["content_snippet"] = info.content_snippet;
-  out["revisions"] = Json::UInt(info.revisions);
-  out["content_type"] = info.content_type;
-  Json::Value image(Json::objectValue);
-  image["time"] = Json::UInt(info.modified_time);
-  out["image_metadata"] = image;
 }
 
 bool IsIntegerValue(const Json::Value& v) { return v.isInt() || v.isUInt(); }
@@ -141,10 +35,7 @@ void AppendStrings(const Json::Value& value, std::vector<std::string>& out) {
 }  // namespace
 
 int ConvertFileInfoToJSon(const Nimbard::FileInfo& info, Json::Value& out) {
-  if (!out.isObject()) out = Json::Value(Json::objectValue);
-  FillIdentity(info, out);
-  FillState(info, out);
-  FillExtras(info, out);
+  orvel::module::WriteItemTree(info, out);
   return 0;
 }
 

@@ -41,14 +41,12 @@ int ListAncestorHandler::Handle(const RequestAuthentication& auth, BridgeRequest
                    [&](Nimbard& client) { return client.ListAncestorByPath(path, records); })) {
     return -1;
   }
-  Json::Value result(Json::objectValue);
-  result["items"] = Json::Value(Json::arrayValue);
-  if (orvel::module::AppendItems(records, false, result["items"]) < 0) {
+  Json::Value rest(Json::objectValue);
+  rest["total"] = static_cast<Json::UInt>(records.size());
+  if (orvel::module::SetItemsAnswer(records, false, std::move(rest), response) < 0) {
     ORVEL_LOG_ERROR("build response failed\n");
     response.SetError(117, "build response failed", __LINE__);
     return -1;
   }
-  result["total"] = result["items"].size();
-  response.SetJsonResponse(std::move(result));
   return 0;
 }

@@ -63,14 +63,12 @@ int ListHandler::ListMyOrvel(const RequestAuthentication& auth, BridgeRequest& r
                    })) {
     return -1;
   }
-  Json::Value result(Json::objectValue);
-  result["items"] = Json::Value(Json::arrayValue);
-  if (orvel::module::AppendItems(records, true, result["items"]) < 0) {
+  Json::Value rest(Json::objectValue);
+  rest["total"] = Json::UInt64(total);
+  if (orvel::module::SetItemsAnswer(records, true, std::move(rest), response) < 0) {
     ORVEL_LOG_ERROR("build response failed\n");
     response.SetError(117, "build response failed", __LINE__);
     return -1;
   }
-  result["total"] = Json::UInt64(total);
-  response.SetJsonResponse(std::move(result));
   return 0;
 }

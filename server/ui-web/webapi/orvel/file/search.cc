@@ -99,21 +99,19 @@ int SearchHandler::SearchFile(const RequestAuthentication& auth, BridgeRequest& 
           [&](Nimbard& client) { return client.SearchFile(query, records, total, search_time); })) {
     return -1;
   }
-  Json::Value result(Json::objectValue);
-  result["items"] = Json::Value(Json::arrayValue);
-  if (orvel::module::AppendItems(records, false, result["items"]) < 0) {
-    ORVEL_LOG_ERROR("build response failed\n");
-    response.SetError(117, "build response failed", __LINE__);
-    return -1;
-  }
-  result["total"] = total;
   double seconds = 0;
   if (!SearchTimeSeconds(search_time, seconds)) {
     ORVEL_LOG_ERROR("search time %llu out of range", search_time);
     response.SetError(117, "build response failed", __LINE__);
     return -1;
   }
-  result["search_time"] = seconds;
-  response.SetJsonResponse(std::move(result));
+  Json::Value rest(Json::objectValue);
+  rest["total"] = total;
+  rest["search_time"] = seconds;
+  if (orvel::module::SetItemsAnswer(records, false, std::move(rest), response) < 0) {
+    ORVEL_LOG_ERROR("build response failed\n");
+    response.SetError(117, "build response failed", __LINE__);
+    return -1;
+  }
   return 0;
 }

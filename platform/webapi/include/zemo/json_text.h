@@ -10,9 +10,11 @@
 
 #include <json/json.h>
 
+#include <cstdint>
 #include <string>
+#include <string_view>
 
-namespace zemo::cgi {
+namespace zemo {
 
 // Appends the text of value to *out. Returns false, with *out partly written,
 // when the value holds comments (only jsoncpp's writer places those).
@@ -21,4 +23,11 @@ bool AppendCompactJson(const Json::Value& value, std::string* out);
 // The text of value; values with comments go through jsoncpp's writer.
 std::string CompactJson(const Json::Value& value);
 
-}  // namespace zemo::cgi
+// Pieces of the same text, for answers written straight from records
+// without building a tree first: a quoted string (escaped, invalid UTF-8 as
+// U+FFFD) and integers, each exactly as AppendCompactJson writes them.
+void AppendJsonString(std::string_view text, std::string* out);
+void AppendJsonInteger(uint64_t value, std::string* out);
+void AppendJsonInteger(int64_t value, std::string* out);
+
+}  // namespace zemo

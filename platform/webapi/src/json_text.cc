@@ -1,5 +1,5 @@
 // Compact JSON writer; see json_text.h. Thread-safe.
-#include "cgi/json_text.h"
+#include "zemo/json_text.h"
 
 #include <charconv>
 #include <cmath>
@@ -9,7 +9,7 @@
 
 #include "orvelcommon/utf8.h"
 
-namespace zemo::cgi {
+namespace zemo {
 
 namespace {
 
@@ -155,6 +155,13 @@ bool AppendCompactJson(const Json::Value& value, std::string* out) {
   return true;
 }
 
+void AppendJsonString(std::string_view text, std::string* out) {
+  AppendQuoted(text.data(), text.data() + text.size(), out);
+}
+
+void AppendJsonInteger(uint64_t value, std::string* out) { AppendInteger(value, out); }
+void AppendJsonInteger(int64_t value, std::string* out) { AppendInteger(value, out); }
+
 std::string CompactJson(const Json::Value& value) {
   std::string out;
   out.reserve(256);
@@ -165,4 +172,4 @@ std::string CompactJson(const Json::Value& value) {
   return orvel::ValidUtf8(Json::writeString(builder, value));
 }
 
-}  // namespace zemo::cgi
+}  // namespace zemo
