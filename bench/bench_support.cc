@@ -13,6 +13,7 @@
 #include <chrono>
 #include <cstdio>
 #include <fstream>
+#include <iterator>
 #include <random>
 #include <sstream>
 
@@ -126,6 +127,26 @@ void RssSampler::Loop() {
 }
 
 void RssSampler::Poll(bool reset) {
+  const std::vector<StackProcess> procs = StackProcesses();
+  std::lock_guard<std::mutex> lock(mu_);
+  for (const StackProcess& p : procs) {
+    if (reset) {
+      // Lowers the high-water mark to the current resident size, so the
+      // figure is this step's and not an earlier one's.
+      std::ofstream("/proc/" + std::to_string(p.pid) + "/clear_refs") << "5";
+      continue;
+    }
+    Peak& peak = peaks_[p.name];
+    auto seen = seen_.find(p.pid);
+    if (seen == seen_.end() || seen->second != p.name) {
+      seen_[p.pid] = p.name;
+      ++peak.processes;
+    }
+    peak.kib = std::max(peak.kib, p.hwm_kib);
+  }
+}
+
+std::vector<StackProcess> StackProcesses() {
   struct Proc {
     std::string name;
     pid_t ppid = 0;
@@ -145,7 +166,7 @@ void RssSampler::Poll(bool reset) {
   // This program's own forks (between fork and exec) and curl are the
   // client side.
   const std::string own_name = procs.count(self) ? procs[self].name : "";
-  std::lock_guard<std::mutex> lock(mu_);
+  std::vector<StackProcess> out;
   for (const auto& [pid, p] : procs) {
     if (pid == self || p.name == own_name || p.name == "curl") continue;
     pid_t up = p.ppid;
@@ -153,21 +174,29 @@ void RssSampler::Poll(bool reset) {
       auto it = procs.find(up);
       up = it == procs.end() ? 0 : it->second.ppid;
     }
-    if (up != self) continue;
-    if (reset) {
-      // Lowers the high-water mark to the current resident size, so the
-      // figure is this step's and not an earlier one's.
-      std::ofstream("/proc/" + std::to_string(pid) + "/clear_refs") << "5";
-      continue;
-    }
-    Peak& peak = peaks_[p.name];
-    auto seen = seen_.find(pid);
-    if (seen == seen_.end() || seen->second != p.name) {
-      seen_[pid] = p.name;
-      ++peak.processes;
-    }
-    peak.kib = std::max(peak.kib, p.hwm);
+    if (up == self) out.push_back({pid, p.name, p.hwm});
   }
+  return out;
+}
+
+std::map<std::string, double> CpuSecondsByProgram() {
+  std::map<std::string, double> out;
+  const double ticks = static_cast<double>(::sysconf(_SC_CLK_TCK));
+  for (const StackProcess& p : StackProcesses()) {
+    std::ifstream in("/proc/" + std::to_string(p.pid) + "/stat");
+    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    const size_t close = text.rfind(')');
+    if (close == std::string::npos) continue;
+    std::istringstream fields(text.substr(close + 2));
+    std::string field;
+    unsigned long long utime = 0, stime = 0;
+    for (int i = 3; i <= 15 && fields >> field; ++i) {  // fields 14 and 15: utime, stime
+      if (i == 14) utime = std::stoull(field);
+      if (i == 15) stime = std::stoull(field);
+    }
+    out[p.name] += static_cast<double>(utime + stime) / ticks;
+  }
+  return out;
 }
 
 }  // namespace orvel::bench

@@ -34,6 +34,19 @@ void WaitTask(const std::string& user, const std::string& id);
 // The async_task_id of a JSON answer.
 std::string TaskOf(const std::string& json_answer);
 
+// A process descended from this one that is not the client side (this
+// program's own forks before exec, curl): lighttpd, entry.cgi, the daemon...
+struct StackProcess {
+  pid_t pid = 0;
+  std::string name;  // the kernel's 15-character "Name:"
+  long hwm_kib = 0;  // VmHWM
+};
+std::vector<StackProcess> StackProcesses();
+
+// CPU time (user and system, seconds) used so far per program name by the
+// stack processes alive now.
+std::map<std::string, double> CpuSecondsByProgram();
+
 // Peak resident memory per program name, over every process descended from
 // this one, while the sampler lives. Polls /proc every 10 ms and reads each
 // process's high-water mark (VmHWM), which it resets at the start for the

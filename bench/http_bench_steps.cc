@@ -128,17 +128,25 @@ void HttpBenchSteps::SmallRequests() {
        ApiOk},
   };
   std::printf("Small requests, %d keep-alive connections, %.1f s each\n", o_.concurrency, o_.seconds);
-  std::printf("  %-30s %9s %9s %9s %12s\n", "request", "p50 ms", "p99 ms", "req/s", "p50/static");
+  std::printf("  %-30s %9s %9s %9s %12s   %s\n", "request", "p50 ms", "p99 ms", "req/s", "p50/static",
+              "CPU ms per request: entry.cgi, orvel-syncd, lighttpd");
   double static_p50 = 0;
   for (const Row& row : rows) {
     if (&row != rows && std::string(row.label).find(o_.only) == std::string::npos) continue;
+    const std::map<std::string, double> cpu_before = CpuSecondsByProgram();
     LoadFigures f = RunLoad(port_, row.request, o_.concurrency, 0.5, o_.seconds, row.check);
+    std::map<std::string, double> cpu = CpuSecondsByProgram();
+    for (auto& [name, seconds] : cpu) seconds -= cpu_before.count(name) ? cpu_before.at(name) : 0;
     ASSERT_FALSE(f.ms.empty()) << row.label << ": no answer passed: " << f.first_error;
     EXPECT_EQ(f.errors, 0) << row.label << ": " << f.first_error;
     const double p50 = Percentile(f.ms, 0.5);
     if (static_p50 == 0) static_p50 = p50;
-    std::printf("  %-30s %9.3f %9.3f %9.0f %11.1fx\n", row.label, p50, Percentile(f.ms, 0.99), f.Rps(),
-                p50 / static_p50);
+    // CPU per request does not depend on what else the machine runs, as
+    // the rates do.
+    const double per = f.sent > 0 ? 1000.0 / static_cast<double>(f.sent) : 0;
+    std::printf("  %-30s %9.3f %9.3f %9.0f %11.1fx   %.3f %.3f %.3f\n", row.label, p50,
+                Percentile(f.ms, 0.99), f.Rps(), p50 / static_p50, cpu["entry.cgi"] * per,
+                cpu["orvel-syncd"] * per, cpu["lighttpd"] * per);
     std::fflush(stdout);
     if (row.request.find("method=list") != std::string::npos) {
       targets_.push_back({"list p50 / static p50", p50 / static_p50, 10, true});

@@ -159,9 +159,11 @@ LoadFigures RunLoad(int port, const std::string& request, int concurrency, doubl
       KeepAliveConnection conn(port);
       std::vector<double> ms;
       int errors = 0;
+      long sent = 0;
       std::string first_error;
       for (auto t0 = Clock::now(); t0 < until; t0 = Clock::now()) {
         HttpAnswer a = conn.Send(request);
+        ++sent;
         const auto t1 = Clock::now();
         const bool ok = a.status != 0 && check(a);
         if (!ok && first_error.empty()) first_error = std::to_string(a.status) + " " + a.headers + a.body.substr(0, 300);
@@ -175,6 +177,7 @@ LoadFigures RunLoad(int port, const std::string& request, int concurrency, doubl
       std::lock_guard<std::mutex> lock(mu);
       figures.ms.insert(figures.ms.end(), ms.begin(), ms.end());
       figures.errors += errors;
+      figures.sent += sent;
       if (figures.first_error.empty()) figures.first_error = first_error;
     });
   }

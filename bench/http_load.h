@@ -51,6 +51,7 @@ struct LoadFigures {
   double seconds = 0;      // length of the measured window
   int errors = 0;          // answers that failed `check`, or none
   std::string first_error;
+  long sent = 0;           // every request sent, warm-up included
   double Rps() const { return seconds > 0 ? static_cast<double>(ms.size()) / seconds : 0; }
 };
 

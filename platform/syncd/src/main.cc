@@ -26,6 +26,7 @@
 #include "recycle.h"
 #include "jobs.h"
 #include "log.h"
+#include "orvelcommon/heap.h"
 #include "orvelcommon/sync_config.h"
 #include "orvelcommon/zemo_root.h"
 #include "reconcile.h"
@@ -98,6 +99,7 @@ int Main(int argc, char** argv) {
     fprintf(stderr, "orvel-syncd: unknown argument '%s'\n", a.c_str());
     return Usage(stderr);
   }
+  KeepFreedHeapForReuse();
   LogSetDebugFile((orvel::PackageTarget() + "/etc/syncfolder.debug").c_str());
 
   Status fault_st = fault::Configure(getenv("ORVEL_FAULT"));

@@ -17,6 +17,7 @@
 #include "fcgi/stdio_streams.h"
 #include "internal/log.h"
 #include "nimbard/platform.h"
+#include "orvelcommon/heap.h"
 
 namespace zemo::fcgi {
 
@@ -107,6 +108,7 @@ int RunWorker() {
   const char* fault = std::getenv("ORVEL_FAULT");
   if (fault != nullptr && std::strcmp(fault, "identity_restore") == 0) cgi::SetIdentityRestoreFault(true);
   const cgi::ProcessIdentity start = cgi::ProcessIdentity::Current();
+  orvel::KeepFreedHeapForReuse();
   cgi::WorkerCache cache;
   WEBAPI_LOG(Logger::kInfo, "FastCGI worker ready (%s)", start.ToString().c_str());
   while (!io::TerminateReceived()) {
