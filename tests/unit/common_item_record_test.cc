@@ -2,7 +2,11 @@
 // and the client (which decodes it as Nimbard::FileInfo).
 #include <gtest/gtest.h>
 
+#include <msgpack.h>
+
+#include <cstring>
 #include <type_traits>
+#include <vector>
 
 #include "nimbard/nimbard.h"
 #include "orvelcommon/item_record.h"
@@ -60,6 +64,129 @@ TEST(ItemRecord, NonMapIsRefusedAndLeavesTheRecord) {
   EXPECT_EQ(out.name, "a");
   EXPECT_EQ(Nimbard::FileInfoFromPObject(PObject::MakeArray(), out), -1);
   EXPECT_EQ(out.labels.size(), 1u);
+}
+
+// The listings' fast paths: records packed straight into msgpack, and
+// answers decoded straight into records, must give what the PObject paths
+// give, byte for byte and field for field.
+TEST(ItemRecordFastPaths, PackedRecordsAreTheBytesOfTheMaps) {
+  orvel::ItemRecord odd = FullRecord();
+  odd.type = -3;
+  odd.sync_id = ~0ULL;
+  odd.name = std::string("nul\0\xff", 5);
+  odd.permissions.push_back({"link:ab", "link", "", "viewer", false});
+  for (const std::vector<orvel::ItemRecord>& records :
+       {std::vector<orvel::ItemRecord>{}, {orvel::ItemRecord()}, {FullRecord(), odd, orvel::ItemRecord()}}) {
+    PObject maps = PObject::MakeArray();
+    for (const auto& r : records) maps.push_back(orvel::ItemRecordToPObject(r));
+    PObject answer = PObject::MakeMap();
+    answer["items"] = orvel::PackedItemRecords(records);
+    PObject expected = PObject::MakeMap();
+    expected["items"] = maps;
+    EXPECT_EQ(orvel::wire::Encode(answer), orvel::wire::Encode(expected)) << records.size();
+  }
+}
+
+// Packs {"ok": true, "result": {"total": 2, "items": [<items>]}} by hand,
+// so that a test can put any value where a record is expected.
+std::string AnswerWith(void (*items)(msgpack_packer*)) {
+  msgpack_sbuffer sbuf;
+  msgpack_sbuffer_init(&sbuf);
+  msgpack_packer pk;
+  msgpack_packer_init(&pk, &sbuf, msgpack_sbuffer_write);
+  auto key = [&](const char* k) { msgpack_pack_str_with_body(&pk, k, std::strlen(k)); };
+  msgpack_pack_map(&pk, 2);
+  key("ok");
+  msgpack_pack_true(&pk);
+  key("result");
+  msgpack_pack_map(&pk, 2);
+  key("total");
+  msgpack_pack_uint64(&pk, 2);
+  key("items");
+  items(&pk);
+  std::string out(sbuf.data, sbuf.size);
+  msgpack_sbuffer_destroy(&sbuf);
+  return out;
+}
+
+void PackKey(msgpack_packer* pk, const char* k) { msgpack_pack_str_with_body(pk, k, std::strlen(k)); }
+
+TEST(ItemRecordFastPaths, DecodedRecordsAreWhatTheMapsGive) {
+  void (*const cases[])(msgpack_packer*) = {
+      [](msgpack_packer* pk) {  // well-formed records and a non-map element
+        msgpack_pack_array(pk, 3);
+        const std::string full = orvel::wire::Encode(orvel::ItemRecordToPObject(FullRecord()));
+        pk->callback(pk->data, full.data(), full.size());
+        msgpack_pack_nil(pk);
+        msgpack_pack_map(pk, 0);
+      },
+      [](msgpack_packer* pk) {  // every member in an unexpected kind
+        msgpack_pack_array(pk, 1);
+        msgpack_pack_map(pk, 12);
+        PackKey(pk, "size"), msgpack_pack_int64(pk, -5);
+        PackKey(pk, "sync_id"), msgpack_pack_double(pk, 12.75);
+        PackKey(pk, "max_id"), msgpack_pack_true(pk);
+        PackKey(pk, "modified_time"), msgpack_pack_str_with_body(pk, "9", 1);
+        PackKey(pk, "removed"), msgpack_pack_uint64(pk, 2);
+        PackKey(pk, "starred"), msgpack_pack_str_with_body(pk, "yes", 3);
+        PackKey(pk, "name"), msgpack_pack_bin_with_body(pk, "bin", 3);
+        PackKey(pk, "type"), msgpack_pack_double(pk, -1.5);
+        PackKey(pk, "owner"), msgpack_pack_array(pk, 0);
+        PackKey(pk, "permissions"), msgpack_pack_array(pk, 2), msgpack_pack_uint64(pk, 1),
+            msgpack_pack_map(pk, 1), PackKey(pk, "role"), msgpack_pack_str_with_body(pk, "viewer", 6);
+        PackKey(pk, "labels"), msgpack_pack_map(pk, 0);
+        PackKey(pk, "unknown"), msgpack_pack_map(pk, 1), PackKey(pk, "x"), msgpack_pack_nil(pk);
+      },
+      [](msgpack_packer* pk) {  // a repeated key: the last one counts
+        msgpack_pack_array(pk, 1);
+        msgpack_pack_map(pk, 4);
+        PackKey(pk, "labels"), msgpack_pack_array(pk, 1), msgpack_pack_map(pk, 1), PackKey(pk, "name"),
+            msgpack_pack_str_with_body(pk, "a", 1);
+        PackKey(pk, "labels"), msgpack_pack_array(pk, 0);
+        PackKey(pk, "owner"), msgpack_pack_map(pk, 1), PackKey(pk, "uid"), msgpack_pack_uint64(pk, 7);
+        PackKey(pk, "owner"), msgpack_pack_map(pk, 1), PackKey(pk, "name"), msgpack_pack_str_with_body(pk, "b", 1);
+      },
+      [](msgpack_packer* pk) { msgpack_pack_str_with_body(pk, "not a list", 10); },
+  };
+  for (size_t i = 0; i < sizeof(cases) / sizeof(cases[0]); ++i) {
+    const std::string bytes = AnswerWith(cases[i]);
+    PObject slow;
+    ASSERT_TRUE(orvel::wire::Decode(bytes.data(), bytes.size(), &slow).ok()) << i;
+    std::vector<orvel::ItemRecord> expected;
+    for (const PObject& p : slow["result"]["items"].asArray()) {
+      expected.emplace_back();
+      orvel::ItemRecordFromPObject(p, expected.back());
+    }
+    PObject fast;
+    std::vector<orvel::ItemRecord> records(5);
+    ASSERT_TRUE(orvel::wire::DecodeWithItems(bytes.data(), bytes.size(), &fast, &records).ok()) << i;
+    ASSERT_EQ(records.size(), expected.size()) << i;
+    for (size_t r = 0; r < records.size(); ++r) {
+      EXPECT_EQ(orvel::wire::Encode(orvel::ItemRecordToPObject(records[r])),
+                orvel::wire::Encode(orvel::ItemRecordToPObject(expected[r])))
+          << "case " << i << " record " << r;
+    }
+    slow["result"].remove("items");
+    EXPECT_EQ(fast, slow) << i;
+  }
+}
+
+TEST(ItemRecordFastPaths, MalformedRecordsFailAsTheGeneralDecoderDoes) {
+  const std::string bytes = AnswerWith([](msgpack_packer* pk) {
+    msgpack_pack_array(pk, 1);
+    msgpack_pack_map(pk, 1);
+    msgpack_pack_uint64(pk, 1);  // a key that is not a string
+    msgpack_pack_nil(pk);
+  });
+  PObject out;
+  std::vector<orvel::ItemRecord> records;
+  const orvel::Status slow = orvel::wire::Decode(bytes.data(), bytes.size(), &out);
+  const orvel::Status fast = orvel::wire::DecodeWithItems(bytes.data(), bytes.size(), &out, &records);
+  EXPECT_EQ(fast.code(), slow.code());
+  EXPECT_EQ(fast.message(), "malformed message");
+  EXPECT_FALSE(fast.ok());
+  const std::string cut = bytes.substr(0, bytes.size() - 1);
+  EXPECT_EQ(orvel::wire::DecodeWithItems(cut.data(), cut.size(), &out, &records).message(), "malformed message");
 }
 
 }  // namespace

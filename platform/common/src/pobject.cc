@@ -142,6 +142,17 @@ bool PObject::remove(const std::string& key) {
   return type_ == Type::kMap && m_->erase(key) > 0;
 }
 
+PObject PObject::Packed(std::string msgpack_bytes) {
+  PObject p;
+  p.type_ = Type::kPacked;
+  p.s_ = std::move(msgpack_bytes);
+  return p;
+}
+
+const std::string& PObject::packedBytes() const {
+  return type_ == Type::kPacked ? s_ : kEmptyString;
+}
+
 const PObject::Array& PObject::asArray() const {
   return type_ == Type::kArray ? *a_ : kEmptyArray;
 }
@@ -169,6 +180,7 @@ Json::Value ToJson(const PObject& v) {
       for (const auto& [k, e] : v.asMap()) out[k] = ToJson(e);
       return out;
     }
+    case PObject::Type::kPacked: return Json::Value();
   }
   return Json::Value();
 }

@@ -8,6 +8,8 @@
 
 #include <cstring>
 
+#include "item_record_msgpack.h"
+
 namespace orvel::wire {
 namespace {
 
@@ -37,6 +39,9 @@ void Pack(msgpack_packer* pk, const PObject& v) {
         msgpack_pack_str_body(pk, k.data(), k.size());
         Pack(pk, e);
       }
+      break;
+    case PObject::Type::kPacked:
+      pk->callback(pk->data, v.packedBytes().data(), v.packedBytes().size());
       break;
   }
 }
@@ -175,6 +180,78 @@ Status IoError(const char* op, int err) {
 
 }  // namespace
 
+namespace {
+
+// Fills *out from the answer map o, the items of its result into *items.
+bool UnpackWithItems(const msgpack_object& o, PObject* out, std::vector<ItemRecord>* items) {
+  items->clear();
+  if (o.type != MSGPACK_OBJECT_MAP) return Unpack(o, out);
+  *out = PObject::MakeMap();
+  for (uint32_t i = 0; i < o.via.map.size; ++i) {
+    const msgpack_object_kv& kv = o.via.map.ptr[i];
+    if (kv.key.type != MSGPACK_OBJECT_STR) return false;
+    const std::string key(kv.key.via.str.ptr, kv.key.via.str.size);
+    if (key != "result" || kv.val.type != MSGPACK_OBJECT_MAP) {
+      if (key == "result") items->clear();
+      if (!Unpack(kv.val, &(*out)[key])) return false;
+      continue;
+    }
+    PObject& result = (*out)[key] = PObject::MakeMap();
+    items->clear();
+    for (uint32_t j = 0; j < kv.val.via.map.size; ++j) {
+      const msgpack_object_kv& member = kv.val.via.map.ptr[j];
+      if (member.key.type != MSGPACK_OBJECT_STR) return false;
+      const std::string name(member.key.via.str.ptr, member.key.via.str.size);
+      if (name != "items") {
+        if (!Unpack(member.val, &result[name])) return false;
+        continue;
+      }
+      result.remove(name);
+      items->clear();
+      if (!wire_internal::Decodable(member.val)) return false;
+      if (member.val.type != MSGPACK_OBJECT_ARRAY) continue;
+      items->resize(member.val.via.array.size);
+      for (uint32_t k = 0; k < member.val.via.array.size; ++k) {
+        wire_internal::ItemRecordFromMsgpack(member.val.via.array.ptr[k], &(*items)[k]);
+      }
+    }
+  }
+  return true;
+}
+
+// Unpacks one whole message with fn(object); false when malformed.
+template <typename Fn>
+bool UnpackMessage(const char* data, size_t len, Fn fn) {
+  if (!ShapeFits(data, len)) return false;
+  msgpack_unpacked result;
+  msgpack_unpacked_init(&result);
+  size_t off = 0;
+  msgpack_unpack_return ret = msgpack_unpack_next(&result, data, len, &off);
+  const bool ok = ret == MSGPACK_UNPACK_SUCCESS && off == len && fn(result.data);
+  msgpack_unpacked_destroy(&result);
+  return ok;
+}
+
+// Reads one frame's body into *body.
+Status ReadFrameBody(int fd, std::string* body, bool* eof) {
+  if (eof) *eof = false;
+  unsigned char hdr[4];
+  size_t got = 0;
+  int err = ReadFull(fd, reinterpret_cast<char*>(hdr), 4, &got);
+  if (err != 0) {
+    if (got == 0 && err == ECONNRESET && eof) *eof = true;
+    return IoError("read", err);
+  }
+  uint32_t n = (uint32_t{hdr[0]} << 24) | (uint32_t{hdr[1]} << 16) | (uint32_t{hdr[2]} << 8) | hdr[3];
+  if (n > kMaxFrameBytes) return Status(kErrInvalidArgument, "frame too large");
+  body->resize(n);
+  err = ReadFull(fd, body->data(), n, &got);
+  if (err != 0) return IoError("read", err);
+  return Status::OK();
+}
+
+}  // namespace
+
 std::string Encode(const PObject& value) {
   msgpack_sbuffer sbuf;
   msgpack_sbuffer_init(&sbuf);
@@ -187,15 +264,23 @@ std::string Encode(const PObject& value) {
 }
 
 Status Decode(const char* data, size_t len, PObject* out) {
-  if (!ShapeFits(data, len)) return Status(kErrInvalidArgument, "malformed message");
-  msgpack_unpacked result;
-  msgpack_unpacked_init(&result);
-  size_t off = 0;
-  msgpack_unpack_return ret = msgpack_unpack_next(&result, data, len, &off);
-  bool ok = ret == MSGPACK_UNPACK_SUCCESS && off == len && Unpack(result.data, out);
-  msgpack_unpacked_destroy(&result);
-  if (!ok) return Status(kErrInvalidArgument, "malformed message");
+  if (!UnpackMessage(data, len, [&](const msgpack_object& o) { return Unpack(o, out); })) {
+    return Status(kErrInvalidArgument, "malformed message");
+  }
   return Status::OK();
+}
+
+Status DecodeWithItems(const char* data, size_t len, PObject* out, std::vector<ItemRecord>* items) {
+  if (!UnpackMessage(data, len, [&](const msgpack_object& o) { return UnpackWithItems(o, out, items); })) {
+    return Status(kErrInvalidArgument, "malformed message");
+  }
+  return Status::OK();
+}
+
+Status ReadItemsFrame(int fd, PObject* out, std::vector<ItemRecord>* items) {
+  std::string body;
+  ORVEL_RETURN_IF_ERROR(ReadFrameBody(fd, &body, nullptr));
+  return DecodeWithItems(body.data(), body.size(), out, items);
 }
 
 Status WriteFrame(int fd, const PObject& value) {
@@ -222,19 +307,8 @@ Status WriteFrame(int fd, const PObject& value) {
 }
 
 Status ReadFrame(int fd, PObject* out, bool* eof) {
-  if (eof) *eof = false;
-  unsigned char hdr[4];
-  size_t got = 0;
-  int err = ReadFull(fd, reinterpret_cast<char*>(hdr), 4, &got);
-  if (err != 0) {
-    if (got == 0 && err == ECONNRESET && eof) *eof = true;
-    return IoError("read", err);
-  }
-  uint32_t n = (uint32_t{hdr[0]} << 24) | (uint32_t{hdr[1]} << 16) | (uint32_t{hdr[2]} << 8) | hdr[3];
-  if (n > kMaxFrameBytes) return Status(kErrInvalidArgument, "frame too large");
-  std::string body(n, '\0');
-  err = ReadFull(fd, body.data(), n, &got);
-  if (err != 0) return IoError("read", err);
+  std::string body;
+  ORVEL_RETURN_IF_ERROR(ReadFrameBody(fd, &body, eof));
   return Decode(body.data(), body.size(), out);
 }
 

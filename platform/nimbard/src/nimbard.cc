@@ -116,7 +116,8 @@ int Nimbard::Connect() {
   return 0;
 }
 
-int Nimbard::Call(const std::string& op, const PObject& args, PObject* result) {
+int Nimbard::Call(const std::string& op, const PObject& args, PObject* result,
+                  std::vector<FileInfo>* items) {
   last_error_ = 0;
   last_error_message_.clear();
   if (Connect() < 0) return -1;
@@ -134,7 +135,9 @@ int Nimbard::Call(const std::string& op, const PObject& args, PObject* result) {
   req["args"] = args;
   orvel::Status st = orvel::wire::WriteFrame(fd_, req);
   PObject answer;
-  if (st.ok()) st = orvel::wire::ReadFrame(fd_, &answer);
+  if (st.ok()) {
+    st = items ? orvel::wire::ReadItemsFrame(fd_, &answer, items) : orvel::wire::ReadFrame(fd_, &answer);
+  }
   if (!st.ok()) {
     ::close(fd_);
     fd_ = -1;
@@ -152,11 +155,9 @@ int Nimbard::Call(const std::string& op, const PObject& args, PObject* result) {
 int Nimbard::CallList(const std::string& op, const PObject& args, std::vector<FileInfo>& items,
                       uint64_t* total) {
   PObject result;
-  if (Call(op, args, &result) < 0) return -1;
-  items.clear();
-  for (const PObject& p : result["items"].asArray()) {
-    items.emplace_back();
-    FileInfoFromPObject(p, items.back());
+  if (Call(op, args, &result, &items) < 0) {
+    items.clear();
+    return -1;
   }
   if (total) *total = result["total"].asUInt64(items.size());
   return 0;

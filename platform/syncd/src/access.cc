@@ -272,9 +272,10 @@ Status AccessOfNode(RequestContext& ctx, const Node& node, Access* out) {
   return Evaluate(ctx, chain, out);
 }
 
-Status AccessRecords(RequestContext& ctx, const std::vector<Access>& items, bool permissions,
-                     PObject* array) {
-  *array = PObject::MakeArray();
+Status AccessItemRecords(RequestContext& ctx, const std::vector<Access>& items, bool permissions,
+                         std::vector<ItemRecord>* records) {
+  records->clear();
+  records->reserve(items.size());
   std::vector<std::string> ids;
   ids.reserve(items.size());
   for (const Access& a : items) ids.push_back(a.node.file_id);
@@ -302,8 +303,24 @@ Status AccessRecords(RequestContext& ctx, const std::vector<Access>& items, bool
       for (const SharingLink& l : links)
         f.permissions.push_back(PermissionInfo{"link:" + l.token.substr(0, 8), "link", "", l.role, false});
     }
-    array->push_back(ItemRecordToPObject(f));
+    records->push_back(std::move(f));
   }
+  return Status::OK();
+}
+
+Status AccessRecords(RequestContext& ctx, const std::vector<Access>& items, bool permissions,
+                     PObject* array) {
+  std::vector<ItemRecord> records;
+  ORVEL_RETURN_IF_ERROR(AccessItemRecords(ctx, items, permissions, &records));
+  *array = PObject::MakeArray();
+  for (const ItemRecord& f : records) array->push_back(ItemRecordToPObject(f));
+  return Status::OK();
+}
+
+Status AccessItemsPacked(RequestContext& ctx, const std::vector<Access>& items, PObject* packed) {
+  std::vector<ItemRecord> records;
+  ORVEL_RETURN_IF_ERROR(AccessItemRecords(ctx, items, false, &records));
+  *packed = PackedItemRecords(records);
   return Status::OK();
 }
 

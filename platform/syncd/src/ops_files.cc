@@ -169,7 +169,7 @@ Status OpListFile(RequestContext& ctx, const PObject& args, PObject* result) {
   children.reserve(rows.size());
   for (const Node& n : rows) children.push_back(ChildAccess(ctx.d->layout, folder, n));
   PObject items;
-  ORVEL_RETURN_IF_ERROR(AccessRecords(ctx, children, false, &items));
+  ORVEL_RETURN_IF_ERROR(AccessItemsPacked(ctx, children, &items));
   (*result)["items"] = std::move(items);
   (*result)["total"] = static_cast<unsigned long long>(total);
   return Status::OK();

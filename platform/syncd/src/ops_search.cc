@@ -219,10 +219,10 @@ Status OpSearch(RequestContext& ctx, const PObject& args, PObject* result) {
     items.push_back(std::move(a));
     snippets.push_back(h.snippet);
   }
-  PObject records;
-  ORVEL_RETURN_IF_ERROR(AccessRecords(ctx, items, false, &records));
-  for (size_t i = 0; i < snippets.size(); ++i) records.array()[i]["content_snippet"] = snippets[i];
-  (*result)["items"] = std::move(records);
+  std::vector<ItemRecord> records;
+  ORVEL_RETURN_IF_ERROR(AccessItemRecords(ctx, items, false, &records));
+  for (size_t i = 0; i < snippets.size(); ++i) records[i].content_snippet = snippets[i];
+  (*result)["items"] = PackedItemRecords(records);
   (*result)["total"] = static_cast<unsigned long long>(total);
   auto us = std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - started);
   (*result)["search_time"] = static_cast<unsigned long long>(us.count());

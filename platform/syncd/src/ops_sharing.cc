@@ -38,7 +38,7 @@ Status OpListAncestor(RequestContext& ctx, const PObject& args, PObject* result)
   std::vector<Access> chain;
   ORVEL_RETURN_IF_ERROR(AccessAncestors(ctx, item, &chain));
   PObject items;
-  ORVEL_RETURN_IF_ERROR(AccessRecords(ctx, chain, false, &items));
+  ORVEL_RETURN_IF_ERROR(AccessItemsPacked(ctx, chain, &items));
   (*result)["items"] = std::move(items);
   (*result)["total"] = static_cast<unsigned long long>(chain.size());
   return Status::OK();

@@ -58,4 +58,8 @@ struct ItemRecord {
 int ItemRecordFromPObject(const PObject& in, ItemRecord& out);
 PObject ItemRecordToPObject(const ItemRecord& in);
 
+// The records as one packed value: the bytes of an array of
+// ItemRecordToPObject maps, written straight from the records.
+PObject PackedItemRecords(const std::vector<ItemRecord>& records);
+
 }  // namespace orvel

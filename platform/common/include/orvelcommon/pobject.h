@@ -3,7 +3,10 @@
 // array, map). Every request and answer on the daemon's wire is a PObject map.
 //
 // Integers keep their signedness so that a uint64 (sizes, sync ids) survives a
-// round trip through msgpack. A PObject is a plain value: copyable, not
+// round trip through msgpack. A "packed" value holds one value already
+// encoded in msgpack (the daemon's listings pack their item records straight
+// from the records); it is written to the wire as it is and is opaque to
+// everything else (null to the accessors, to toJson and to ==). A PObject is a plain value: copyable, not
 // thread-safe for concurrent mutation, cheap to move.
 #pragma once
 
@@ -19,7 +22,7 @@ class Value;
 
 class PObject {
  public:
-  enum class Type { kNull, kBool, kInt, kUInt, kDouble, kString, kArray, kMap };
+  enum class Type { kNull, kBool, kInt, kUInt, kDouble, kString, kArray, kMap, kPacked };
   using Array = std::vector<PObject>;
   using Map = std::map<std::string, PObject>;
 
@@ -39,6 +42,10 @@ class PObject {
 
   static PObject MakeArray() { return PObject(Array{}); }
   static PObject MakeMap() { return PObject(Map{}); }
+  // A value given as its msgpack encoding (one complete value).
+  static PObject Packed(std::string msgpack_bytes);
+  bool isPacked() const { return type_ == Type::kPacked; }
+  const std::string& packedBytes() const;  // empty for other kinds
 
   Type type() const { return type_; }
   bool isNull() const { return type_ == Type::kNull; }
@@ -88,7 +95,7 @@ class PObject {
   int64_t i_ = 0;
   uint64_t u_ = 0;
   double d_ = 0;
-  std::string s_;
+  std::string s_;  // a string, or a packed value's bytes
   std::shared_ptr<Array> a_;  // copy-on-write not needed: copied on copy
   std::shared_ptr<Map> m_;
 

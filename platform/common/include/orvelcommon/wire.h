@@ -10,6 +10,9 @@
 #include <cstdint>
 #include <string>
 
+#include <vector>
+
+#include "orvelcommon/item_record.h"
 #include "orvelcommon/pobject.h"
 #include "orvelcommon/status.h"
 
@@ -32,6 +35,13 @@ Status WriteFrame(int fd, const PObject& value);
 // frame, kErrBusy on time-out, kErrStorage for other I/O errors, and sets
 // *eof (when given) if the peer closed before the first byte.
 Status ReadFrame(int fd, PObject* out, bool* eof = nullptr);
+
+// Decode and ReadFrame for an answer whose "result" holds "items", an array
+// of item records: the records go straight into *items, in order, each as
+// ItemRecordFromPObject would make it, and "items" is left out of *out. The
+// rest of *out, and every error, is what Decode gives.
+Status DecodeWithItems(const char* data, size_t len, PObject* out, std::vector<ItemRecord>* items);
+Status ReadItemsFrame(int fd, PObject* out, std::vector<ItemRecord>* items);
 
 // Answer helpers: {"ok": true, "result": r} and {"ok": false, "error": {...}}.
 PObject OkAnswer(PObject result);

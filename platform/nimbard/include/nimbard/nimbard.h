@@ -160,7 +160,10 @@ class Nimbard {
 
   // Generic call used by the admin tool and by the operations above: sends
   // {"protocol", "op", "user", ..., "args": args}; on success fills *result.
-  int Call(const std::string& op, const PObject& args, PObject* result);
+  // One round trip; with items, the result's "items" (item records) are
+  // decoded straight into *items instead of into *result.
+  int Call(const std::string& op, const PObject& args, PObject* result,
+           std::vector<FileInfo>* items = nullptr);
 
  private:
   int Fail(int code, const std::string& message);

@@ -1,0 +1,271 @@
+// Item records straight to and from msgpack; see item_record_msgpack.h. The
+// encoding is byte for byte that of ItemRecordToPObject's map (keys sorted as
+// the map orders them, the same integer kinds), and the decoding gives what
+// ItemRecordFromPObject gives for the same bytes, so either side may use
+// either path.
+#include "item_record_msgpack.h"
+
+#include <cstring>
+#include <string_view>
+
+namespace orvel {
+namespace {
+
+// A value as PObject's accessors read it.
+PObject Scalar(const msgpack_object& o) {
+  switch (o.type) {
+    case MSGPACK_OBJECT_BOOLEAN: return PObject(o.via.boolean);
+    case MSGPACK_OBJECT_POSITIVE_INTEGER: return PObject(static_cast<unsigned long long>(o.via.u64));
+    case MSGPACK_OBJECT_NEGATIVE_INTEGER: return PObject(static_cast<long long>(o.via.i64));
+    case MSGPACK_OBJECT_FLOAT32:
+    case MSGPACK_OBJECT_FLOAT64: return PObject(o.via.f64);
+    default: return PObject();
+  }
+}
+
+uint64_t U64(const msgpack_object& o) {
+  if (o.type == MSGPACK_OBJECT_POSITIVE_INTEGER) return o.via.u64;  // the common case, no PObject
+  return Scalar(o).asUInt64();
+}
+uint32_t U32(const msgpack_object& o) { return static_cast<uint32_t>(U64(o)); }
+bool Bool(const msgpack_object& o) {
+  if (o.type == MSGPACK_OBJECT_BOOLEAN) return o.via.boolean;
+  return Scalar(o).asBool();
+}
+std::string Str(const msgpack_object& o) {
+  if (o.type == MSGPACK_OBJECT_STR) return std::string(o.via.str.ptr, o.via.str.size);
+  if (o.type == MSGPACK_OBJECT_BIN) return std::string(o.via.bin.ptr, o.via.bin.size);
+  return std::string();
+}
+std::string_view Key(const msgpack_object_kv& kv) {
+  return std::string_view(kv.key.via.str.ptr, kv.key.via.str.size);
+}
+
+// Calls fn(key, value) for each member of o when it is a map (a later
+// duplicate key overrides an earlier one, as in a PObject map).
+template <typename Fn>
+void ForEachMember(const msgpack_object& o, Fn fn) {
+  if (o.type != MSGPACK_OBJECT_MAP) return;
+  for (uint32_t i = 0; i < o.via.map.size; ++i) fn(Key(o.via.map.ptr[i]), o.via.map.ptr[i].val);
+}
+
+PermissionInfo PermissionFrom(const msgpack_object& o) {
+  PermissionInfo p;
+  ForEachMember(o, [&](std::string_view k, const msgpack_object& v) {
+    if (k == "permission_id") p.permission_id = Str(v);
+    else if (k == "type") p.type = Str(v);
+    else if (k == "name") p.name = Str(v);
+    else if (k == "role") p.role = Str(v);
+    else if (k == "inherited") p.inherited = Bool(v);
+  });
+  return p;
+}
+
+LabelInfo LabelFrom(const msgpack_object& o) {
+  LabelInfo l;
+  ForEachMember(o, [&](std::string_view k, const msgpack_object& v) {
+    if (k == "label_id") l.label_id = Str(v);
+    else if (k == "name") l.name = Str(v);
+    else if (k == "color") l.color = Str(v);
+  });
+  return l;
+}
+
+template <typename T, typename From>
+std::vector<T> ListFrom(const msgpack_object& o, From from) {
+  std::vector<T> out;
+  if (o.type != MSGPACK_OBJECT_ARRAY) return out;
+  out.reserve(o.via.array.size);
+  for (uint32_t i = 0; i < o.via.array.size; ++i) out.push_back(from(o.via.array.ptr[i]));
+  return out;
+}
+
+void CapabilitiesFrom(const msgpack_object& o, Capabilities* c) {
+  *c = Capabilities();
+  ForEachMember(o, [&](std::string_view k, const msgpack_object& v) {
+    if (k == "can_preview") c->can_preview = Bool(v);
+    else if (k == "can_read") c->can_read = Bool(v);
+    else if (k == "can_write") c->can_write = Bool(v);
+    else if (k == "can_delete") c->can_delete = Bool(v);
+    else if (k == "can_rename") c->can_rename = Bool(v);
+    else if (k == "can_comment") c->can_comment = Bool(v);
+    else if (k == "can_share") c->can_share = Bool(v);
+    else if (k == "can_encrypt") c->can_encrypt = Bool(v);
+    else if (k == "can_organize") c->can_organize = Bool(v);
+  });
+}
+
+void OwnerFrom(const msgpack_object& o, ItemRecord* f) {
+  f->owner_name.clear();
+  f->owner_display_name.clear();
+  f->owner_uid = 0;
+  ForEachMember(o, [&](std::string_view k, const msgpack_object& v) {
+    if (k == "name") f->owner_name = Str(v);
+    else if (k == "display_name") f->owner_display_name = Str(v);
+    else if (k == "uid") f->owner_uid = U32(v);
+  });
+}
+
+// One member of the item map into f; unknown keys are ignored.
+void MemberFrom(std::string_view k, const msgpack_object& v, ItemRecord* f) {
+  if (k == "sync_id") f->sync_id = U64(v);
+  else if (k == "max_id") f->max_id = U64(v);
+  else if (k == "size") f->size = U64(v);
+  else if (k == "created_time") f->created_time = U32(v);
+  else if (k == "access_time") f->access_time = U32(v);
+  else if (k == "modified_time") f->modified_time = U32(v);
+  else if (k == "change_time") f->change_time = U32(v);
+  else if (k == "parent_id") f->parent_id = Str(v);
+  else if (k == "file_id") f->file_id = Str(v);
+  else if (k == "permanent_link") f->permanent_link = Str(v);
+  else if (k == "display_path") f->display_path = Str(v);
+  else if (k == "original_path") f->original_path = Str(v);
+  else if (k == "path") f->path = Str(v);
+  else if (k == "tpx_path") f->tpx_path = Str(v);
+  else if (k == "name") f->name = Str(v);
+  else if (k == "hash") f->hash = Str(v);
+  else if (k == "removed") f->removed = Bool(v);
+  else if (k == "encrypted") f->encrypted = Bool(v);
+  else if (k == "starred") f->starred = Bool(v);
+  else if (k == "shared") f->shared = Bool(v);
+  else if (k == "adv_shared") f->adv_shared = Bool(v);
+  else if (k == "sync_to_device") f->sync_to_device = Bool(v);
+  else if (k == "type") f->type = static_cast<int>(Scalar(v).asInt64());
+  else if (k == "properties") f->properties = Str(v);
+  else if (k == "app_properties") f->app_properties = Str(v);
+  else if (k == "permissions") f->permissions = ListFrom<PermissionInfo>(v, PermissionFrom);
+  else if (k == "labels") f->labels = ListFrom<LabelInfo>(v, LabelFrom);
+  else if (k == "owner") OwnerFrom(v, f);
+  else if (k == "capabilities") CapabilitiesFrom(v, &f->capabilities);
+  else if (k == "content_snippet") f->content_snippet = Str(v);
+  else if (k == "revisions") f->revisions = U32(v);
+  else if (k == "content_type") f->content_type = Str(v);
+}
+
+void PackStr(msgpack_packer* pk, std::string_view s) {
+  msgpack_pack_str(pk, s.size());
+  msgpack_pack_str_body(pk, s.data(), s.size());
+}
+void PackBool(msgpack_packer* pk, bool b) {
+  if (b) msgpack_pack_true(pk); else msgpack_pack_false(pk);
+}
+
+// Writers of a map member: the key, then the value in the kind the PObject
+// form holds (unsigned for the unsigned fields, signed for "type").
+struct MapWriter {
+  msgpack_packer* pk;
+  void Str(const char* k, const std::string& v) const { PackStr(pk, k), PackStr(pk, v); }
+  void UInt(const char* k, uint64_t v) const { PackStr(pk, k), msgpack_pack_uint64(pk, v); }
+  void Int(const char* k, int64_t v) const { PackStr(pk, k), msgpack_pack_int64(pk, v); }
+  void Bool(const char* k, bool v) const { PackStr(pk, k), PackBool(pk, v); }
+  void Map(const char* k, size_t n) const { PackStr(pk, k), msgpack_pack_map(pk, n); }
+  void Array(const char* k, size_t n) const { PackStr(pk, k), msgpack_pack_array(pk, n); }
+};
+
+// The item map; members in sorted key order, as a PObject map packs them.
+void PackItemRecord(msgpack_packer* pk, const ItemRecord& f) {
+  const MapWriter w{pk};
+  msgpack_pack_map(pk, 32);
+  w.UInt("access_time", f.access_time);
+  w.Bool("adv_shared", f.adv_shared);
+  w.Str("app_properties", f.app_properties);
+  const Capabilities& c = f.capabilities;
+  w.Map("capabilities", 9);
+  w.Bool("can_comment", c.can_comment);
+  w.Bool("can_delete", c.can_delete);
+  w.Bool("can_encrypt", c.can_encrypt);
+  w.Bool("can_organize", c.can_organize);
+  w.Bool("can_preview", c.can_preview);
+  w.Bool("can_read", c.can_read);
+  w.Bool("can_rename", c.can_rename);
+  w.Bool("can_share", c.can_share);
+  w.Bool("can_write", c.can_write);
+  w.UInt("change_time", f.change_time);
+  w.Str("content_snippet", f.content_snippet);
+  w.Str("content_type", f.content_type);
+  w.UInt("created_time", f.created_time);
+  w.Str("display_path", f.display_path);
+  w.Bool("encrypted", f.encrypted);
+  w.Str("file_id", f.file_id);
+  w.Str("hash", f.hash);
+  w.Array("labels", f.labels.size());
+  for (const LabelInfo& l : f.labels) {
+    msgpack_pack_map(pk, 3);
+    w.Str("color", l.color);
+    w.Str("label_id", l.label_id);
+    w.Str("name", l.name);
+  }
+  w.UInt("max_id", f.max_id);
+  w.UInt("modified_time", f.modified_time);
+  w.Str("name", f.name);
+  w.Str("original_path", f.original_path);
+  w.Map("owner", 3);
+  w.Str("display_name", f.owner_display_name);
+  w.Str("name", f.owner_name);
+  w.UInt("uid", f.owner_uid);
+  w.Str("parent_id", f.parent_id);
+  w.Str("path", f.path);
+  w.Str("permanent_link", f.permanent_link);
+  w.Array("permissions", f.permissions.size());
+  for (const PermissionInfo& p : f.permissions) {
+    msgpack_pack_map(pk, 5);
+    w.Bool("inherited", p.inherited);
+    w.Str("name", p.name);
+    w.Str("permission_id", p.permission_id);
+    w.Str("role", p.role);
+    w.Str("type", p.type);
+  }
+  w.Str("properties", f.properties);
+  w.Bool("removed", f.removed);
+  w.UInt("revisions", f.revisions);
+  w.Bool("shared", f.shared);
+  w.UInt("size", f.size);
+  w.Bool("starred", f.starred);
+  w.UInt("sync_id", f.sync_id);
+  w.Bool("sync_to_device", f.sync_to_device);
+  w.Str("tpx_path", f.tpx_path);
+  w.Int("type", f.type);
+}
+
+}  // namespace
+
+PObject PackedItemRecords(const std::vector<ItemRecord>& records) {
+  msgpack_sbuffer sbuf;
+  msgpack_sbuffer_init(&sbuf);
+  msgpack_packer pk;
+  msgpack_packer_init(&pk, &sbuf, msgpack_sbuffer_write);
+  msgpack_pack_array(&pk, records.size());
+  for (const ItemRecord& r : records) PackItemRecord(&pk, r);
+  std::string bytes(sbuf.data, sbuf.size);
+  msgpack_sbuffer_destroy(&sbuf);
+  return PObject::Packed(std::move(bytes));
+}
+
+namespace wire_internal {
+
+bool Decodable(const msgpack_object& o) {
+  switch (o.type) {
+    case MSGPACK_OBJECT_ARRAY:
+      for (uint32_t i = 0; i < o.via.array.size; ++i) {
+        if (!Decodable(o.via.array.ptr[i])) return false;
+      }
+      return true;
+    case MSGPACK_OBJECT_MAP:
+      for (uint32_t i = 0; i < o.via.map.size; ++i) {
+        if (o.via.map.ptr[i].key.type != MSGPACK_OBJECT_STR || !Decodable(o.via.map.ptr[i].val)) return false;
+      }
+      return true;
+    case MSGPACK_OBJECT_EXT: return false;
+    default: return true;
+  }
+}
+
+bool ItemRecordFromMsgpack(const msgpack_object& o, ItemRecord* out) {
+  *out = ItemRecord();
+  if (o.type != MSGPACK_OBJECT_MAP) return false;
+  ForEachMember(o, [&](std::string_view k, const msgpack_object& v) { MemberFrom(k, v, out); });
+  return true;
+}
+
+}  // namespace wire_internal
+}  // namespace orvel
