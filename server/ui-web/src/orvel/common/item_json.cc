@@ -43,7 +43,8 @@ class TreeSink {
 };
 
 // Writes compact text; the caller gives keys in the order a tree's writer
-// would (sorted), which WriteMembers does.
+// would (sorted), which WriteMembers does. Keys are the literals below, plain
+// ASCII that needs no escaping.
 class TextSink {
  public:
   explicit TextSink(std::string* out) : out_(out) {}
@@ -75,8 +76,9 @@ class TextSink {
       first_.back() = false;
     }
     if (key != nullptr) {
-      zemo::AppendJsonString(key, out_);
-      out_->push_back(':');
+      out_->push_back('"');
+      out_->append(key);
+      out_->append("\":", 2);
     }
   }
   void Open(const char* key, char opener) {
@@ -89,7 +91,7 @@ class TextSink {
     first_.pop_back();
   }
   std::string* out_;
-  std::vector<bool> first_;  // per open container: nothing written in it yet
+  std::vector<char> first_;  // per open container: nothing written in it yet
 };
 
 const char* TypeName(int type) {
