@@ -5,6 +5,8 @@
 // either path.
 #include "item_record_msgpack.h"
 
+#include "orvelcommon/wire.h"
+
 #include <cstring>
 #include <string_view>
 
@@ -230,14 +232,12 @@ void PackItemRecord(msgpack_packer* pk, const ItemRecord& f) {
 }  // namespace
 
 PObject PackedItemRecords(const std::vector<ItemRecord>& records) {
-  msgpack_sbuffer sbuf;
-  msgpack_sbuffer_init(&sbuf);
+  std::string bytes;
+  bytes.reserve(64 + records.size() * 768);  // a record is 600-700 bytes
   msgpack_packer pk;
-  msgpack_packer_init(&pk, &sbuf, msgpack_sbuffer_write);
+  msgpack_packer_init(&pk, &bytes, wire::AppendToString);
   msgpack_pack_array(&pk, records.size());
   for (const ItemRecord& r : records) PackItemRecord(&pk, r);
-  std::string bytes(sbuf.data, sbuf.size);
-  msgpack_sbuffer_destroy(&sbuf);
   return PObject::Packed(std::move(bytes));
 }
 

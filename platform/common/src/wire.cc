@@ -11,6 +11,12 @@
 #include "item_record_msgpack.h"
 
 namespace orvel::wire {
+
+int AppendToString(void* data, const char* buf, size_t len) {
+  static_cast<std::string*>(data)->append(buf, len);
+  return 0;
+}
+
 namespace {
 
 void Pack(msgpack_packer* pk, const PObject& v) {
@@ -253,14 +259,15 @@ Status ReadFrameBody(int fd, std::string* body, bool* eof) {
 }  // namespace
 
 std::string Encode(const PObject& value) {
-  msgpack_sbuffer sbuf;
-  msgpack_sbuffer_init(&sbuf);
-  msgpack_packer pk;
-  msgpack_packer_init(&pk, &sbuf, msgpack_sbuffer_write);
-  Pack(&pk, value);
-  std::string out(sbuf.data, sbuf.size);
-  msgpack_sbuffer_destroy(&sbuf);
+  std::string out;
+  EncodeInto(value, &out);
   return out;
+}
+
+void EncodeInto(const PObject& value, std::string* out) {
+  msgpack_packer pk;
+  msgpack_packer_init(&pk, out, AppendToString);
+  Pack(&pk, value);
 }
 
 Status Decode(const char* data, size_t len, PObject* out) {
@@ -284,16 +291,15 @@ Status ReadItemsFrame(int fd, PObject* out, std::vector<ItemRecord>* items) {
 }
 
 Status WriteFrame(int fd, const PObject& value) {
-  std::string body = Encode(value);
-  if (body.size() > kMaxFrameBytes) return Status(kErrTooLargeToAnswer, "message too large");
-  uint32_t n = static_cast<uint32_t>(body.size());
-  std::string frame;
-  frame.reserve(4 + body.size());
-  frame.push_back(static_cast<char>(n >> 24));
-  frame.push_back(static_cast<char>(n >> 16));
-  frame.push_back(static_cast<char>(n >> 8));
-  frame.push_back(static_cast<char>(n));
-  frame += body;
+  std::string frame(4, '\0');  // the length, filled in below
+  frame.reserve(4096);
+  EncodeInto(value, &frame);
+  if (frame.size() - 4 > kMaxFrameBytes) return Status(kErrTooLargeToAnswer, "message too large");
+  const uint32_t n = static_cast<uint32_t>(frame.size() - 4);
+  frame[0] = static_cast<char>(n >> 24);
+  frame[1] = static_cast<char>(n >> 16);
+  frame[2] = static_cast<char>(n >> 8);
+  frame[3] = static_cast<char>(n);
   size_t done = 0;
   while (done < frame.size()) {
     ssize_t w = ::send(fd, frame.data() + done, frame.size() - done, MSG_NOSIGNAL);

@@ -7,6 +7,7 @@
 // Threads: main (accept loop), one per connection, the job runner, and a
 // signal thread that turns SIGTERM/SIGINT into Server::RequestStop().
 #include <fcntl.h>
+#include <sqlite3.h>
 #include <signal.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -100,6 +101,9 @@ int Main(int argc, char** argv) {
     return Usage(stderr);
   }
   KeepFreedHeapForReuse();
+  // No global count of SQLite's allocations: it takes a process-wide mutex
+  // on every allocation of every connection thread, and nothing reads it.
+  sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
   LogSetDebugFile((orvel::PackageTarget() + "/etc/syncfolder.debug").c_str());
 
   Status fault_st = fault::Configure(getenv("ORVEL_FAULT"));

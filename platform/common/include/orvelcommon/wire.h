@@ -24,6 +24,11 @@ constexpr uint64_t kMaxFrameValues = 4u << 20;  // values (keys included) in one
 
 // Serialises a PObject to msgpack.
 std::string Encode(const PObject& value);
+// The same, appended to *out.
+void EncodeInto(const PObject& value, std::string* out);
+// A msgpack_packer write callback appending to the std::string it is given
+// as data (no intermediate buffer to copy from).
+int AppendToString(void* data, const char* buf, size_t len);
 // Parses one msgpack value; kErrInvalidArgument for malformed input, for a
 // container or string that announces more than the bytes left, and for a
 // message of more than kMaxFrameValues values.
