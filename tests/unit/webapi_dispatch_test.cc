@@ -69,6 +69,26 @@ TEST_F(Dispatcher, RangesPerApi) {
   EXPECT_EQ(5u, ranges["Z.Z"].min);
 }
 
+// A worker's modules serve under each request's own registry without being
+// copied into it: found, listed and refused exactly as if they were added.
+TEST_F(Dispatcher, BaseRegistryServesWhatTheRequestsOwnHasNot) {
+  ApiRegistry request_registry;
+  request_registry.Add("Own.Api", "query", 1, ApiMethod{Count, nullptr, "built-in"});
+  request_registry.SetBase(&registry_);
+  EXPECT_TRUE(request_registry.HasApi("A.B"));
+  EXPECT_TRUE(request_registry.Has("A.B", "get", 2));
+  const ApiMethod* found = nullptr;
+  EXPECT_EQ(request_registry.Find("A.B", "set", 1, &found), ApiRegistry::Lookup::kNoVersion);
+  EXPECT_EQ(request_registry.Find("A.B", "put", 1, &found), ApiRegistry::Lookup::kNoMethod);
+  EXPECT_EQ(request_registry.Find("A.C", "get", 1, &found), ApiRegistry::Lookup::kNoApi);
+  ASSERT_EQ(request_registry.Find("Own.Api", "query", 1, &found), ApiRegistry::Lookup::kFound);
+  EXPECT_EQ(found->origin, "built-in");
+  const auto ranges = request_registry.Ranges();
+  EXPECT_EQ(ranges.size(), 2u);
+  EXPECT_EQ(ranges.at("A.B").max, 3u);
+  EXPECT_EQ(ranges.at("Own.Api").min, 1u);
+}
+
 TEST(ApiTripleParams, VersionForms) {
   struct Case {
     const char* version;

@@ -15,14 +15,6 @@ void ApiRegistry::AddRange(const std::string& api, const std::string& method, Ve
   for (unsigned v = range.min; v <= range.max && v != 0; ++v) Add(api, method, v, entry);
 }
 
-void ApiRegistry::AddAll(const ApiRegistry& other) {
-  for (const auto& [api, methods] : other.apis_) {
-    for (const auto& [method, versions] : methods) {
-      for (const auto& [version, entry] : versions) Add(api, method, version, entry);
-    }
-  }
-}
-
 bool ApiRegistry::SetCheck(const std::string& api, const std::string& method, unsigned version,
                            ZemoCheckFn check) {
   auto a = apis_.find(api);
@@ -43,7 +35,7 @@ bool ApiRegistry::Has(const std::string& api, const std::string& method, unsigne
 ApiRegistry::Lookup ApiRegistry::Find(const std::string& api, const std::string& method,
                                       unsigned version, const ApiMethod** out) const {
   auto a = apis_.find(api);
-  if (a == apis_.end()) return Lookup::kNoApi;
+  if (a == apis_.end()) return base_ != nullptr ? base_->Find(api, method, version, out) : Lookup::kNoApi;
   auto m = a->second.find(method);
   if (m == a->second.end()) return Lookup::kNoMethod;
   auto v = m->second.find(version);
@@ -54,6 +46,7 @@ ApiRegistry::Lookup ApiRegistry::Find(const std::string& api, const std::string&
 
 std::map<std::string, VersionRange> ApiRegistry::Ranges() const {
   std::map<std::string, VersionRange> ranges;
+  if (base_ != nullptr) ranges = base_->Ranges();
   for (const auto& [api, methods] : apis_) {
     VersionRange r;
     for (const auto& [name, versions] : methods) {

@@ -34,13 +34,17 @@ class ApiRegistry {
   // Adds versions min..max of one method.
   void AddRange(const std::string& api, const std::string& method, VersionRange range,
                 const ApiMethod& entry);
-  // Adds every entry of other that is not taken here yet.
-  void AddAll(const ApiRegistry& other);
+  // Serves the APIs of base that this registry does not have (by API name),
+  // without copying them: a persistent worker's modules, registered once,
+  // under each request's built-in APIs. base must outlive this registry.
+  void SetBase(const ApiRegistry* base) { base_ = base; }
   // Attaches a check to a served version; false when it is not served.
   bool SetCheck(const std::string& api, const std::string& method, unsigned version,
                 ZemoCheckFn check);
 
-  bool HasApi(const std::string& api) const { return apis_.count(api) != 0; }
+  bool HasApi(const std::string& api) const {
+    return apis_.count(api) != 0 || (base_ != nullptr && base_->HasApi(api));
+  }
   bool Has(const std::string& api, const std::string& method, unsigned version) const;
   Lookup Find(const std::string& api, const std::string& method, unsigned version,
               const ApiMethod** out) const;
@@ -49,6 +53,7 @@ class ApiRegistry {
 
  private:
   std::map<std::string, std::map<std::string, std::map<unsigned, ApiMethod>>> apis_;
+  const ApiRegistry* base_ = nullptr;
 };
 
 }  // namespace zemo::cgi

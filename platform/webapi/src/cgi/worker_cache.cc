@@ -59,7 +59,7 @@ void WorkerCache::AddModules(const std::string& dir, const std::set<std::string>
     LoadModuleDir(dir, reserved, &modules_);
     modules_loaded_ = true;
   }
-  registry->AddAll(modules_);
+  registry->SetBase(&modules_);
 }
 
 }  // namespace zemo::cgi

@@ -37,7 +37,8 @@ class WorkerCache {
   orvel::Status Account(const std::string& name, WebAccount* out);
   // The user database at path, kept open while the file stays the same.
   UserDbHandle* Users(const std::string& path);
-  // Adds the modules of dir to registry, loading them the first time.
+  // Makes the modules of dir the base of registry (ApiRegistry::SetBase),
+  // loading them the first time.
   void AddModules(const std::string& dir, const std::set<std::string>& reserved,
                   ApiRegistry* registry);
 
