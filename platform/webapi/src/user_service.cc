@@ -26,6 +26,7 @@ constexpr uint32_t kUsersGid = 100;
 struct SharedUserDb {
   std::mutex mu;
   zemo::io::FileStamp conf_stamp, db_stamp;
+  std::string conf_path;  // the configuration file read (it moves with ZEMO_ROOT)
   std::string path;
   std::unique_ptr<orvel::UserDb> db;
 };
@@ -41,11 +42,15 @@ template <typename Fn>
 orvel::Status WithUserDb(Fn fn) {
   SharedUserDb& s = Shared();
   std::lock_guard<std::mutex> lock(s.mu);
-  zemo::io::FileStamp conf_now = zemo::io::FileStamp::Of(SyncConfigMgr().GetConfigPath());
-  if (!s.db || !conf_now.Same(s.conf_stamp)) {
+  // A stamp alone could match a new file at another path (inode numbers are
+  // reused), so the path counts too.
+  const std::string conf_path = SyncConfigMgr().GetConfigPath();
+  zemo::io::FileStamp conf_now = zemo::io::FileStamp::Of(conf_path);
+  if (!s.db || conf_path != s.conf_path || !conf_now.Same(s.conf_stamp)) {
     SyncConfigMgr conf;
     if (conf.Init() != 0) return orvel::Status(orvel::kErrInvalidArgument, "bad configuration file");
     s.path = conf.GetUserDbPath();
+    s.conf_path = conf_path;
     s.conf_stamp = conf_now;
     s.db.reset();
   }
