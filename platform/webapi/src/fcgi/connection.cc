@@ -6,6 +6,7 @@
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/sendfile.h>
+#include <sys/socket.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -28,6 +29,29 @@ orvel::Status WriteEvenWhenStopping(int fd, const std::string& data) {
   }
   return orvel::Status::OK();
 }
+
+// Shrinks the socket's send buffer for one file or pipe stream and gives the
+// connection its own size back afterwards (the kernel reports the doubled
+// value it keeps, and doubles what it is given). Best effort both ways: a
+// larger buffer only costs lighttpd temp files.
+class StreamPacing {
+ public:
+  explicit StreamPacing(int fd) : fd_(fd) {
+    socklen_t len = sizeof(saved_);
+    if (::getsockopt(fd_, SOL_SOCKET, SO_SNDBUF, &saved_, &len) != 0) saved_ = 0;
+    if (saved_ > 0) Set(Connection::kStreamSendBuffer);
+  }
+  ~StreamPacing() {
+    if (saved_ > 0) Set(saved_ / 2);
+  }
+  StreamPacing(const StreamPacing&) = delete;
+  StreamPacing& operator=(const StreamPacing&) = delete;
+
+ private:
+  void Set(int size) { ::setsockopt(fd_, SOL_SOCKET, SO_SNDBUF, &size, sizeof(size)); }
+  int fd_;
+  int saved_ = 0;
+};
 }  // namespace
 
 Connection::Connection(int fd) : fd_(fd), content_(kMaxContent + 255) {}
@@ -190,8 +214,9 @@ orvel::Status Connection::Write(const void* data, size_t len) {
 
 orvel::Status Connection::SendFile(int fd, uint64_t len, uint64_t* done) {
   *done = 0;
+  StreamPacing pacing(fd_.get());
   while (*done < len) {
-    size_t step = static_cast<size_t>(std::min<uint64_t>(len - *done, kMaxContent));
+    size_t step = static_cast<size_t>(std::min<uint64_t>(len - *done, kStreamRecord));
     ORVEL_RETURN_IF_ERROR(WriteHeader(kStdout, step));
     size_t sent = 0;
     while (sent < step) {
@@ -210,6 +235,7 @@ orvel::Status Connection::SendFile(int fd, uint64_t len, uint64_t* done) {
 }
 
 orvel::Status Connection::SplicePipe(int in) {
+  StreamPacing pacing(fd_.get());
   for (;;) {
     if (broken_ || io::StopRequested()) return io::Error("splice", kWhat, EPIPE);
     struct pollfd p = {in, POLLIN, 0};
@@ -224,7 +250,7 @@ orvel::Status Connection::SplicePipe(int in) {
     }
     // What the pipe holds now moves as one record: its length is known
     // before the bytes go, and nobody else reads the pipe.
-    size_t step = std::min<size_t>(static_cast<size_t>(avail), kMaxContent);
+    size_t step = std::min<size_t>(static_cast<size_t>(avail), kStreamRecord);
     ORVEL_RETURN_IF_ERROR(WriteHeader(kStdout, step));
     size_t sent = 0;
     while (sent < step) {
