@@ -27,6 +27,7 @@ orvel::Status TempFile::Create(const std::string& dir, const std::string& prefix
 }
 
 TempFile::~TempFile() {
+  hash_.reset();
   fd_.Reset();
   if (::unlink(path_.c_str()) != 0 && errno != ENOENT) {
     WEBAPI_LOG(Logger::kError, "cannot remove %s: %s", path_.c_str(), std::strerror(errno));
@@ -35,8 +36,8 @@ TempFile::~TempFile() {
 
 orvel::Status TempFile::Append(const char* data, size_t len) {
   ORVEL_RETURN_IF_ERROR(io::WriteAll(fd_.get(), data, len, path_));
-  sha_.Update(data, len);
   size_ += len;
+  if (hash_) hash_->Advance(size_);
   if (size_ - written_back_ >= kWritebackBytes) StartWriteback();
   return orvel::Status::OK();
 }
@@ -55,7 +56,10 @@ void TempFile::StartWriteback() {
 }
 
 void TempFile::Close() {
-  if (fd_.get() >= 0) orvel::StoreDigest(fd_.get(), sha_.HexDigest());
+  if (fd_.get() < 0) return;
+  const std::string hex = hash_ ? hash_->Finish() : "";
+  hash_.reset();
+  if (!hex.empty()) orvel::StoreDigest(fd_.get(), hex);
   fd_.Reset();
 }
 

@@ -8,8 +8,8 @@
 #include <memory>
 #include <string>
 
+#include "cgi/background_hash.h"
 #include "internal/io.h"
-#include "orvelcommon/sha256.h"
 #include "orvelcommon/status.h"
 
 namespace zemo::cgi {
@@ -28,22 +28,24 @@ class TempFile {
   int fd() const { return fd_.get(); }
   uint64_t size() const { return size_; }
 
-  // Appends data, hashing it on the way. Every kWritebackBytes written are
-  // handed to the disk at once (sync_file_range), and the window before
-  // them is waited for, so the daemon's fsync before it renames the file
-  // into place finds at most two windows still to write, and the page cache
-  // holds no more than that of the upload's dirty pages.
+  // Appends data; a thread hashes it right behind (background_hash.h).
+  // Every kWritebackBytes written are handed to the disk at once
+  // (sync_file_range), and the window before them is waited for, so the
+  // daemon's fsync before it renames the file into place finds at most two
+  // windows still to write, and the page cache holds no more than that of
+  // the upload's dirty pages.
   orvel::Status Append(const char* data, size_t len);
   static constexpr uint64_t kWritebackBytes = 8 << 20;
   // Hands the file to another owner (the web account) so that a module
   // running with that identity can read it.
   orvel::Status Chown(uid_t uid, gid_t gid);
-  // Records the content's digest on the file and closes the descriptor,
-  // keeping the file (until destruction).
+  // Waits for the hash, records the content's digest on the file (none when
+  // it could not be read back) and closes the descriptor, keeping the file
+  // (until destruction).
   void Close();
 
  private:
-  TempFile(std::string path, int fd) : path_(std::move(path)), fd_(fd) {}
+  TempFile(std::string path, int fd) : path_(std::move(path)), fd_(fd), hash_(new BackgroundHash(fd)) {}
   std::string path_;
   io::ScopedFd fd_;
   void StartWriteback();
@@ -51,7 +53,7 @@ class TempFile {
   uint64_t size_ = 0;
   uint64_t written_back_ = 0;  // bytes handed to the disk so far
   uint64_t waited_ = 0;        // bytes known to be on the disk
-  orvel::Sha256 sha_;
+  std::unique_ptr<BackgroundHash> hash_;  // reads fd_: stopped before it closes
 };
 
 }  // namespace zemo::cgi
