@@ -1,7 +1,9 @@
-// File and pipe streams of a FastCGI connection: the bytes arrive whole, in
+// Streams of a FastCGI connection. Out: files and pipes arrive whole, in
 // records no larger than the stream record size (lighttpd keeps what does
 // not fit in 64 KiB of queue in temp files), and the connection gets its
-// own send buffer back for the requests that follow.
+// own send buffer back for the requests that follow. In: a body read with
+// the next record's header ahead comes out whole whatever the records'
+// sizes and padding, and the next request on the connection is intact.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
@@ -66,6 +68,16 @@ class FcgiStreamTest : public ::testing::Test {
     }
   }
 
+  bool WriteAll(const std::string& data) {
+    size_t done = 0;
+    while (done < data.size()) {
+      ssize_t n = write(peer_.get(), data.data() + done, data.size() - done);
+      if (n <= 0) return false;
+      done += static_cast<size_t>(n);
+    }
+    return true;
+  }
+
   bool ReadFull(void* buf, size_t len) {
     char* p = static_cast<char*>(buf);
     while (len > 0) {
@@ -127,6 +139,53 @@ TEST_F(FcgiStreamTest, AFileGoesWholeInStreamRecordsAndTheSendBufferComesBack) {
   EXPECT_TRUE(r.content == data);
   EXPECT_EQ(r.largest, Connection::kStreamRecord);
   EXPECT_EQ(SendBuffer(conn_fd_), before);
+}
+
+TEST_F(FcgiStreamTest, ABodyReadAheadComesOutWholeAndTheNextRequestIntact) {
+  const std::string body = Pattern(1 + 8 + 300 + 4096 + 65535 + 7);
+  std::string stream;
+  // Records of uneven sizes, with and without padding, then the body's end,
+  // then a second request on the same connection.
+  size_t at = 0;
+  int i = 0;
+  for (size_t size : {1, 8, 300, 4096, 65535, 7}) {
+    std::string record;
+    AppendRecord(kStdin, 1, body.substr(at, size), &record);
+    if (i++ % 2 == 0) {  // padding: the header's padding length and the bytes
+      record[6] = 5;
+      record.append(5, '\x7f');
+    }
+    stream += record;
+    at += size;
+  }
+  ASSERT_EQ(at, body.size());
+  AppendRecord(kStdin, 1, "", &stream);
+  std::string begin(8, '\0');
+  begin[1] = static_cast<char>(kRoleResponder);
+  AppendRecord(kBeginRequest, 2, begin, &stream);
+  std::string params;
+  AppendPair("REQUEST_METHOD", "GET", &params);
+  AppendRecord(kParams, 2, params, &stream);
+  AppendRecord(kParams, 2, "", &stream);
+  ASSERT_TRUE(WriteAll(stream));  // fits in the socket's buffer
+  std::string got;
+  char buf[5000];
+  for (size_t cap : {3, 5000, 100, 5000, 5000}) {  // then 5000 to the end
+    ssize_t n = conn_->ReadBody(buf, cap);
+    ASSERT_GT(n, 0);
+    got.append(buf, static_cast<size_t>(n));
+  }
+  for (ssize_t n; (n = conn_->ReadBody(buf, sizeof(buf))) != 0;) {
+    ASSERT_GT(n, 0);
+    got.append(buf, static_cast<size_t>(n));
+  }
+  EXPECT_TRUE(got == body) << got.size();
+  ASSERT_TRUE(conn_->EndRequest(0).ok());
+  bool next = false;
+  ASSERT_TRUE(conn_->NextRequest(&next).ok());
+  EXPECT_TRUE(next);
+  ASSERT_EQ(conn_->params().size(), 1u);
+  EXPECT_EQ(conn_->params()[0].second, "GET");
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstring>
 
 namespace zemo::fcgi {
 
@@ -62,10 +63,36 @@ orvel::Status Connection::Fail(orvel::Status st) {
   return st;
 }
 
+ssize_t Connection::ReadSome(void* buf, size_t len) {
+  if (ahead_len_ == 0) return io::ReadSome(fd_.get(), buf, len);
+  const size_t n = std::min(len, ahead_len_);
+  std::memcpy(buf, ahead_, n);
+  std::memmove(ahead_, ahead_ + n, ahead_len_ - n);
+  ahead_len_ -= n;
+  return static_cast<ssize_t>(n);
+}
+
+// The rest of a STDIN record's content into buf, with its padding and the
+// next record's header (read ahead into ahead_) in the same call when buf
+// has room: one read per body record instead of two.
+ssize_t Connection::ReadBodyContent(char* buf, size_t cap) {
+  if (cap < body_left_ || ahead_len_ != 0) return ReadSome(buf, std::min(cap, body_left_));
+  struct iovec iov[2] = {{buf, body_left_}, {ahead_, padding_left_ + kHeaderLen}};
+  ssize_t n;
+  do {
+    n = ::readv(fd_.get(), iov, 2);
+  } while (n < 0 && errno == EINTR && !io::StopRequested());
+  if (n > static_cast<ssize_t>(body_left_)) {
+    ahead_len_ = static_cast<size_t>(n) - body_left_;
+    n = static_cast<ssize_t>(body_left_);
+  }
+  return n;
+}
+
 orvel::Status Connection::ReadExact(void* buf, size_t len) {
   char* p = static_cast<char*>(buf);
   while (len > 0) {
-    ssize_t n = io::ReadSome(fd_.get(), p, len);
+    ssize_t n = ReadSome(p, len);
     if (n < 0) return Fail(io::LastError("read", kWhat));
     if (n == 0) return Fail(io::Error("read", kWhat, ECONNRESET));
     p += n;
@@ -105,7 +132,7 @@ orvel::Status Connection::NextRequest(bool* got) {
   *got = false;
   for (;;) {
     uint8_t raw[kHeaderLen];
-    ssize_t n = io::ReadSome(fd_.get(), raw, 1);
+    ssize_t n = ReadSome(raw, 1);
     if (n == 0 && !decoder_.in_request()) return orvel::Status::OK();
     if (n < 0) return Fail(io::LastError("read", kWhat));
     if (n == 0) return Fail(io::Error("read", kWhat, ECONNRESET));
@@ -150,7 +177,7 @@ ssize_t Connection::ReadBody(char* buf, size_t cap) {
       return -1;
     }
   }
-  ssize_t n = io::ReadSome(fd_.get(), buf, std::min(cap, body_left_));
+  ssize_t n = ReadBodyContent(buf, cap);
   if (n <= 0) {
     if (n == 0) errno = ECONNRESET;
     Fail(orvel::Status::OK());

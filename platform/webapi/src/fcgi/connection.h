@@ -67,6 +67,9 @@ class Connection : public io::RawOutput {
   static constexpr int kStreamSendBuffer = 32768;
 
  private:
+  // Up to len bytes: what was read ahead first, else from the socket.
+  ssize_t ReadSome(void* buf, size_t len);
+  ssize_t ReadBodyContent(char* buf, size_t cap);
   orvel::Status ReadExact(void* buf, size_t len);
   orvel::Status Skip(size_t len);
   // Reads one record whole into content_ and passes it to the decoder.
@@ -81,6 +84,10 @@ class Connection : public io::RawOutput {
   std::vector<uint8_t> content_;
   size_t body_left_ = 0;     // content bytes of the current STDIN record not read yet
   size_t padding_left_ = 0;  // its padding
+  // Bytes after a STDIN record's content read with it: its padding and the
+  // next record's header, at most. Consumed before the socket is read again.
+  uint8_t ahead_[255 + kHeaderLen];
+  size_t ahead_len_ = 0;
   bool broken_ = false;
 };
 
