@@ -2,14 +2,17 @@
 // its writer equals the digest of what was written, whatever the pieces;
 // a file that cannot be read back gives no digest rather than a wrong one;
 // and an upload given up half way stops the thread without waiting for the
-// rest.
+// rest. TempFile, which uses it: small pieces that wait for the next write
+// land in order, and the digest recorded is that of the whole content.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <memory>
 #include <string>
 
 #include "cgi/background_hash.h"
+#include "cgi/temp_file.h"
 #include "internal/io.h"
 #include "orvelcommon/sha256.h"
 
@@ -75,6 +78,38 @@ TEST(BackgroundHash, GivingUpStopsTheThreadWithoutTheRest) {
     hash.Advance(3);
   }  // destroyed without Finish: joins, whatever the thread had done
   SUCCEED();
+}
+
+TEST(TempFile, SmallPiecesLandInOrderAndTheDigestIsTheWholeContent) {
+  char dir[] = "/tmp/temp-file-test-XXXXXX";
+  ASSERT_NE(mkdtemp(dir), nullptr);
+  std::string content;
+  std::string path;
+  {
+    std::unique_ptr<TempFile> file;
+    ASSERT_TRUE(TempFile::Create(dir, "upload-", &file).ok());
+    path = file->path();
+    size_t n = 0;
+    for (size_t piece : {1u, 70u, 4000u, 70000u, 3u, 5u, 4096u, 2u}) {
+      std::string s(piece, '\0');
+      for (char& c : s) c = static_cast<char>('a' + n++ % 26);
+      ASSERT_TRUE(file->Append(s.data(), s.size()).ok());
+      content += s;
+      EXPECT_EQ(file->size(), content.size());
+    }
+    ASSERT_TRUE(file->Close().ok());
+    std::string on_disk;
+    ASSERT_TRUE(io::ReadFile(path, &on_disk).ok());
+    io::ScopedFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    EXPECT_TRUE(on_disk == content) << on_disk.size();
+    std::string hex;
+    uint64_t size = 0;
+    ASSERT_TRUE(orvel::LoadDigest(fd.get(), &hex, &size));
+    EXPECT_EQ(hex, Digest(content));
+    EXPECT_EQ(size, content.size());
+  }  // the file goes with the object
+  EXPECT_NE(access(path.c_str(), F_OK), 0);
+  rmdir(dir);
 }
 
 }  // namespace

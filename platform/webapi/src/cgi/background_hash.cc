@@ -24,7 +24,7 @@ void BackgroundHash::Advance(uint64_t written) {
   {
     std::lock_guard<std::mutex> lock(mu_);
     written_ = written;
-    wake = waiting_;
+    wake = waiting_ && written_ >= wake_at_;
   }
   if (wake) cv_.notify_one();
 }
@@ -52,8 +52,10 @@ void BackgroundHash::Run() {
     uint64_t target;
     {
       std::unique_lock<std::mutex> lock(mu_);
+      // Woken for a whole buffer's worth, or for the end.
       waiting_ = true;
-      cv_.wait(lock, [&] { return stopping_ || finishing_ || written_ > hashed; });
+      wake_at_ = hashed + buf_.size();
+      cv_.wait(lock, [&] { return stopping_ || finishing_ || written_ >= wake_at_; });
       waiting_ = false;
       if (stopping_ || (finishing_ && written_ == hashed)) return;
       target = written_;

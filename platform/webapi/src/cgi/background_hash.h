@@ -2,8 +2,8 @@
 // thread of its own right behind the writer, so that receiving an upload and
 // hashing it use both cores instead of taking turns on one. The writer says
 // how far the file is written (Advance); the thread reads those bytes back
-// from the page cache (pread on the writer's descriptor, 1 MiB at a time)
-// and hashes them. Finish waits for the rest and gives the digest.
+// from the page cache (pread on the writer's descriptor, woken for 1 MiB at
+// a time) and hashes them. Finish waits for the rest and gives the digest.
 //
 // The file must only grow, by this writer, while it is hashed: a temp file
 // the process created itself (mode 0600). Memory: one 1 MiB buffer.
@@ -50,6 +50,7 @@ class BackgroundHash {
   bool finishing_ = false;
   bool stopping_ = false;
   bool waiting_ = false;  // the thread sleeps for more bytes
+  uint64_t wake_at_ = 0;  // until written_ reaches this
   bool failed_ = false;   // set by the thread before it ends
   orvel::Sha256 sha_;     // the thread's until it is joined
   std::vector<char> buf_;
