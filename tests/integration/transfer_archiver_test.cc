@@ -54,6 +54,25 @@ TEST_F(ArchiverTest, WritesAStoreOnlyZipOfTheFolder) {
   EXPECT_EQ(Python("print(z.read('sub/caf\xc3\xa9.txt').decode())"), "cafe\n");
 }
 
+// Through a pipe, as the module reads it, file content is spliced from the
+// files: entries that span several blocks, end mid-block or are empty must
+// come out whole, with the CRC of what was sent.
+TEST_F(ArchiverTest, FileContentThroughAPipeIsWhole) {
+  const std::string g = dir_ + "/g";
+  ASSERT_EQ(system(("mkdir -p '" + g + "' && head -c 3145731 /dev/urandom > '" + g + "/big' && head -c 1048576 "
+                    "/dev/urandom > '" + g + "/block' && printf x > '" + g + "/one' && : > '" + g + "/zero'").c_str()),
+            0);
+  std::string out;
+  ASSERT_EQ(RunCaptured({"/bin/sh", "-c", "cd '" + g + "' && " + ORVEL_ARCHIVER_PATH +
+                                              " -q -0 -r -yf -UN=UTF8 - ./. | cat > '" + dir_ + "/out.zip'"},
+                        &out),
+            0);
+  EXPECT_EQ(RunCaptured({"/usr/bin/unzip", "-tq", dir_ + "/out.zip"}, &out), 0) << out;
+  EXPECT_EQ(Python("for i in z.infolist(): print(i.filename, i.file_size, z.read(i) == open('" + g +
+                   "/' + i.filename, 'rb').read())"),
+            "big 3145731 True\nblock 1048576 True\none 1 True\nzero 0 True\n");
+}
+
 TEST_F(ArchiverTest, ConvertsNamesToTheCodePage) {
   ASSERT_EQ(Zip(dir_ + "/f", "-q -0 -r -yf -cp CP1252 - ./."), 0);
   EXPECT_EQ(Python("i = z.infolist()[-1]; print(i.orig_filename.encode('cp437') == 'sub/caf\\xe9.txt'.encode('cp1252'), "

@@ -7,6 +7,7 @@
 
 #include <fstream>
 #include <sstream>
+#include <vector>
 
 #include "cgi/body_reader.h"
 #include "cgi/multipart.h"
@@ -50,12 +51,19 @@ orvel::Status ParseInChunks(const std::string& body, size_t chunk, Recorder* rec
 
 TEST(MultipartParser, SameResultWhateverTheReadSplits) {
   // Content that looks almost like a delimiter must pass through untouched.
-  std::string tricky = std::string("a\r\n--XyZ-boundar\r\n-") + kB + "\r\n--";
+  // Repeated, so that reads larger than a delimiter (which go to the handler
+  // without being buffered) meet near-delimiters at every offset of a read.
+  std::string tricky;
+  for (int i = 0; i < 40; ++i) tricky += std::string("a\r\n--XyZ-boundar\r\n-") + kB + "\r\n--" + std::string(i, 'z');
   std::string body = "preamble\r\n" + Part("name=\"path\"", "/mydrive/x") +
                      Part("name=\"f\"; filename=\"n;1.bin\"", tricky) + Part("name=\"e\"", "") +
                      End() + "epilogue";
   std::string expected = "[path|-]/mydrive/x;[f|n;1.bin]" + tricky + ";[e|-];";
-  for (size_t chunk : {body.size(), size_t{1}, size_t{2}, size_t{3}, size_t{7}, size_t{16}}) {
+  std::vector<size_t> chunks = {body.size(), 1, 2, 3, 7, 16, 200, 1000};
+  // Every read size around the delimiter's length puts a delimiter's first
+  // byte at the end of some read.
+  for (size_t c = 30; c < 140; ++c) chunks.push_back(c);
+  for (size_t chunk : chunks) {
     Recorder rec;
     orvel::Status st = ParseInChunks(body, chunk, &rec);
     EXPECT_TRUE(st.ok()) << chunk << ": " << st.ToString();

@@ -65,7 +65,7 @@ std::string CharsetForCodePage(const std::string& code_page) {
 }
 
 ZipStream::ZipStream(int out_fd, bool utf8, const std::string& code_page)
-    : out_fd_(out_fd), utf8_(utf8), code_page_(code_page) {}
+    : output_(out_fd), utf8_(utf8), code_page_(code_page) {}
 
 ZipStream::~ZipStream() {
   if (a_) archive_write_free(a_);
@@ -89,9 +89,10 @@ bool ZipStream::Open(std::string* error) {
     fprintf(stderr, "zip warning: code page %s not available, names stay as they are\n",
             code_page_.c_str());
   }
-  // No blocking: every write goes out as soon as it is made.
+  // No blocking: every write goes out as soon as it is made, with the
+  // buffer it was made from (ZipOutput recognises file content by it).
   archive_write_set_bytes_per_block(a_, 0);
-  if (archive_write_open_fd(a_, out_fd_) != ARCHIVE_OK) {
+  if (archive_write_open2(a_, this, nullptr, &ZipStream::WriteOut, nullptr, nullptr) != ARCHIVE_OK) {
     *error = std::string("open output: ") + archive_error_string(a_);
     return false;
   }
@@ -195,9 +196,19 @@ bool ZipStream::AddEntry(int dir_fd, const std::string& name, const std::string&
   return AddDir(sub.get(), path + "/", error);
 }
 
+ssize_t ZipStream::WriteOut(archive* a, void* self, const void* data, size_t len) {
+  std::string error;
+  if (!static_cast<ZipStream*>(self)->output_.Write(data, len, &error)) {
+    archive_set_error(a, EIO, "%s", error.c_str());
+    return -1;
+  }
+  return static_cast<ssize_t>(len);
+}
+
 bool ZipStream::WriteFileData(int fd, const std::string& path, std::string* error) {
   if (block_.empty()) block_.resize(kBlock);
   std::vector<char>& block = block_;
+  off_t offset = 0;
   for (;;) {
     ssize_t r = read(fd, block.data(), block.size());
     if (r < 0 && errno == EINTR) continue;
@@ -207,6 +218,8 @@ bool ZipStream::WriteFileData(int fd, const std::string& path, std::string* erro
       return false;
     }
     if (r == 0) return true;
+    output_.Expect(block.data(), static_cast<size_t>(r), fd, offset);
+    offset += r;
     la_ssize_t w = archive_write_data(a_, block.data(), static_cast<size_t>(r));
     if (w < 0) {
       *error = path + ": " + archive_error_string(a_);

@@ -1,6 +1,7 @@
 // ZipStream: writes one folder as a store-only ZIP stream to a file
 // descriptor as it walks the folder (libarchive's zip writer; Zip64 records
-// where sizes or offsets need them). Memory stays constant whatever the
+// where sizes or offsets need them; file content spliced into a pipe output,
+// zip_output.h). Memory stays constant whatever the
 // archive's size: one data buffer and the names of the folder being read.
 // Folders become "name/" entries; symbolic links are never followed: one
 // whose target stays inside the tree is stored as a link, any other as a
@@ -12,10 +13,13 @@
 // Not thread-safe; one object writes one archive.
 #pragma once
 
+#include <sys/types.h>
+
 #include <string>
 #include <vector>
 
 #include "entry_names.h"
+#include "zip_output.h"
 
 struct archive;
 
@@ -53,8 +57,10 @@ class ZipStream {
   bool AddEntry(int dir_fd, const std::string& name, const std::string& prefix, std::string* error);
   bool WriteFileData(int fd, const std::string& path, std::string* error);
   void Skip(const std::string& path, const char* what, int err);
+  // libarchive's write callback: hands every byte to output_.
+  static ssize_t WriteOut(archive* a, void* self, const void* data, size_t len);
 
-  int out_fd_;
+  ZipOutput output_;
   bool utf8_;
   std::string code_page_;
   EntryNames names_;

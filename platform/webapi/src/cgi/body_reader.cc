@@ -72,8 +72,9 @@ class FormCollector : public MultipartHandler {
 
   orvel::Status OnPartEnd() override {
     if (mode_ == Mode::kField) out_->fields[field_name_] = field_value_;
-    if (mode_ == Mode::kFile) out_->upload->Close();
+    const bool was_file = mode_ == Mode::kFile;
     mode_ = Mode::kDiscard;
+    if (was_file) return out_->upload->Close();
     return orvel::Status::OK();
   }
 

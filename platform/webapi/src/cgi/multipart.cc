@@ -1,7 +1,10 @@
 // Streaming multipart/form-data parser; see multipart.h. The body is read as
 // if it began with CRLF, so that the first boundary (which has no CRLF before
-// it) matches the same delimiter as every other one. Not thread-safe.
+// it) matches the same delimiter as every other one. The bulk of a file part
+// goes to the handler straight from the caller's buffer. Not thread-safe.
 #include "cgi/multipart.h"
+
+#include <string.h>
 
 #include <cctype>
 
@@ -91,6 +94,9 @@ bool MultipartParser::ValidBoundary(const std::string& boundary) {
 
 orvel::Status MultipartParser::Feed(const char* data, size_t len) {
   if (state_ == State::kDone) return orvel::Status::OK();  // epilogue: ignored
+  bool consumed = false;
+  ORVEL_RETURN_IF_ERROR(FeedBodyInPlace(data, len, &consumed));
+  if (consumed) return orvel::Status::OK();
   buf_.append(data, len);
   bool progressed = true;
   while (progressed && state_ != State::kDone) {
@@ -98,6 +104,29 @@ orvel::Status MultipartParser::Feed(const char* data, size_t len) {
     ORVEL_RETURN_IF_ERROR(Step(&progressed));
   }
   if (state_ == State::kDone) buf_.clear();
+  return orvel::Status::OK();
+}
+
+// The bulk of a file part, without copying it into buf_: when no delimiter
+// starts in what is buffered or in data, everything but the last
+// delimiter-length-minus-one bytes is content as it is. (A delimiter that
+// starts in buf_, which is shorter than one, ends within the first bytes
+// of data.) Anything else is left to the buffered steps.
+orvel::Status MultipartParser::FeedBodyInPlace(const char* data, size_t len, bool* consumed) {
+  const size_t keep = delimiter_.size() - 1;
+  *consumed = false;
+  if (state_ != State::kBody || buf_.size() > keep || len <= 2 * delimiter_.size()) {
+    return orvel::Status::OK();
+  }
+  const std::string seam = buf_ + std::string(data, keep);
+  if (seam.find(delimiter_) != std::string::npos ||
+      ::memmem(data, len, delimiter_.data(), delimiter_.size()) != nullptr) {
+    return orvel::Status::OK();
+  }
+  if (!buf_.empty()) ORVEL_RETURN_IF_ERROR(handler_->OnPartData(buf_.data(), buf_.size()));
+  ORVEL_RETURN_IF_ERROR(handler_->OnPartData(data, len - keep));
+  buf_.assign(data + len - keep, keep);
+  *consumed = true;
   return orvel::Status::OK();
 }
 

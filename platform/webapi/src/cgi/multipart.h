@@ -55,6 +55,7 @@ class MultipartParser {
  private:
   enum class State { kPreamble, kAfterDelimiter, kHeaders, kBody, kDone };
 
+  orvel::Status FeedBodyInPlace(const char* data, size_t len, bool* consumed);
   orvel::Status Step(bool* progressed);
   orvel::Status StepPreamble(bool* progressed);
   orvel::Status StepAfterDelimiter(bool* progressed);

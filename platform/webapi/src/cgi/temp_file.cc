@@ -4,6 +4,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <stdlib.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -27,6 +28,7 @@ orvel::Status TempFile::Create(const std::string& dir, const std::string& prefix
 }
 
 TempFile::~TempFile() {
+  hash_.reset();
   fd_.Reset();
   if (::unlink(path_.c_str()) != 0 && errno != ENOENT) {
     WEBAPI_LOG(Logger::kError, "cannot remove %s: %s", path_.c_str(), std::strerror(errno));
@@ -34,10 +36,45 @@ TempFile::~TempFile() {
 }
 
 orvel::Status TempFile::Append(const char* data, size_t len) {
-  ORVEL_RETURN_IF_ERROR(io::WriteAll(fd_.get(), data, len, path_));
-  sha_.Update(data, len);
+  if (pending_.size() + len <= kSmallPiece) {
+    pending_.append(data, len);
+    size_ += len;
+    return orvel::Status::OK();
+  }
+  ORVEL_RETURN_IF_ERROR(WritePendingAnd(data, len));
   size_ += len;
+  if (hash_) hash_->Advance(size_);
   if (size_ - written_back_ >= kWritebackBytes) StartWriteback();
+  return orvel::Status::OK();
+}
+
+// What waits in pending_, then data, in as few writes as the kernel takes.
+orvel::Status TempFile::WritePendingAnd(const char* data, size_t len) {
+  struct iovec iov[2] = {{&pending_[0], pending_.size()}, {const_cast<char*>(data), len}};
+  struct iovec* v = iov;
+  int count = 2;
+  while (count > 0) {
+    if (v->iov_len == 0) {
+      ++v;
+      --count;
+      continue;
+    }
+    ssize_t n = ::writev(fd_.get(), v, count);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) return io::LastError("write", path_);
+    if (n == 0) return io::Error("write", path_, EIO);
+    size_t done = static_cast<size_t>(n);
+    while (count > 0 && done >= v->iov_len) {
+      done -= v->iov_len;
+      ++v;
+      --count;
+    }
+    if (count > 0) {
+      v->iov_base = static_cast<char*>(v->iov_base) + done;
+      v->iov_len -= done;
+    }
+  }
+  pending_.clear();
   return orvel::Status::OK();
 }
 
@@ -54,9 +91,15 @@ void TempFile::StartWriteback() {
   written_back_ = size_;
 }
 
-void TempFile::Close() {
-  if (fd_.get() >= 0) orvel::StoreDigest(fd_.get(), sha_.HexDigest());
+orvel::Status TempFile::Close() {
+  if (fd_.get() < 0) return orvel::Status::OK();
+  ORVEL_RETURN_IF_ERROR(WritePendingAnd(nullptr, 0));
+  if (hash_) hash_->Advance(size_);
+  const std::string hex = hash_ ? hash_->Finish() : "";
+  hash_.reset();
+  if (!hex.empty()) orvel::StoreDigest(fd_.get(), hex);
   fd_.Reset();
+  return orvel::Status::OK();
 }
 
 orvel::Status TempFile::Chown(uid_t uid, gid_t gid) {

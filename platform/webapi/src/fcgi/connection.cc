@@ -6,10 +6,12 @@
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/sendfile.h>
+#include <sys/socket.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstring>
 
 namespace zemo::fcgi {
 
@@ -28,6 +30,29 @@ orvel::Status WriteEvenWhenStopping(int fd, const std::string& data) {
   }
   return orvel::Status::OK();
 }
+
+// Shrinks the socket's send buffer for one file or pipe stream and gives the
+// connection its own size back afterwards (the kernel reports the doubled
+// value it keeps, and doubles what it is given). Best effort both ways: a
+// larger buffer only costs lighttpd temp files.
+class StreamPacing {
+ public:
+  explicit StreamPacing(int fd) : fd_(fd) {
+    socklen_t len = sizeof(saved_);
+    if (::getsockopt(fd_, SOL_SOCKET, SO_SNDBUF, &saved_, &len) != 0) saved_ = 0;
+    if (saved_ > 0) Set(Connection::kStreamSendBuffer);
+  }
+  ~StreamPacing() {
+    if (saved_ > 0) Set(saved_ / 2);
+  }
+  StreamPacing(const StreamPacing&) = delete;
+  StreamPacing& operator=(const StreamPacing&) = delete;
+
+ private:
+  void Set(int size) { ::setsockopt(fd_, SOL_SOCKET, SO_SNDBUF, &size, sizeof(size)); }
+  int fd_;
+  int saved_ = 0;
+};
 }  // namespace
 
 Connection::Connection(int fd) : fd_(fd), content_(kMaxContent + 255) {}
@@ -38,10 +63,36 @@ orvel::Status Connection::Fail(orvel::Status st) {
   return st;
 }
 
+ssize_t Connection::ReadSome(void* buf, size_t len) {
+  if (ahead_len_ == 0) return io::ReadSome(fd_.get(), buf, len);
+  const size_t n = std::min(len, ahead_len_);
+  std::memcpy(buf, ahead_, n);
+  std::memmove(ahead_, ahead_ + n, ahead_len_ - n);
+  ahead_len_ -= n;
+  return static_cast<ssize_t>(n);
+}
+
+// The rest of a STDIN record's content into buf, with its padding and the
+// next record's header (read ahead into ahead_) in the same call when buf
+// has room: one read per body record instead of two.
+ssize_t Connection::ReadBodyContent(char* buf, size_t cap) {
+  if (cap < body_left_ || ahead_len_ != 0) return ReadSome(buf, std::min(cap, body_left_));
+  struct iovec iov[2] = {{buf, body_left_}, {ahead_, padding_left_ + kHeaderLen}};
+  ssize_t n;
+  do {
+    n = ::readv(fd_.get(), iov, 2);
+  } while (n < 0 && errno == EINTR && !io::StopRequested());
+  if (n > static_cast<ssize_t>(body_left_)) {
+    ahead_len_ = static_cast<size_t>(n) - body_left_;
+    n = static_cast<ssize_t>(body_left_);
+  }
+  return n;
+}
+
 orvel::Status Connection::ReadExact(void* buf, size_t len) {
   char* p = static_cast<char*>(buf);
   while (len > 0) {
-    ssize_t n = io::ReadSome(fd_.get(), p, len);
+    ssize_t n = ReadSome(p, len);
     if (n < 0) return Fail(io::LastError("read", kWhat));
     if (n == 0) return Fail(io::Error("read", kWhat, ECONNRESET));
     p += n;
@@ -81,7 +132,7 @@ orvel::Status Connection::NextRequest(bool* got) {
   *got = false;
   for (;;) {
     uint8_t raw[kHeaderLen];
-    ssize_t n = io::ReadSome(fd_.get(), raw, 1);
+    ssize_t n = ReadSome(raw, 1);
     if (n == 0 && !decoder_.in_request()) return orvel::Status::OK();
     if (n < 0) return Fail(io::LastError("read", kWhat));
     if (n == 0) return Fail(io::Error("read", kWhat, ECONNRESET));
@@ -126,7 +177,7 @@ ssize_t Connection::ReadBody(char* buf, size_t cap) {
       return -1;
     }
   }
-  ssize_t n = io::ReadSome(fd_.get(), buf, std::min(cap, body_left_));
+  ssize_t n = ReadBodyContent(buf, cap);
   if (n <= 0) {
     if (n == 0) errno = ECONNRESET;
     Fail(orvel::Status::OK());
@@ -190,8 +241,9 @@ orvel::Status Connection::Write(const void* data, size_t len) {
 
 orvel::Status Connection::SendFile(int fd, uint64_t len, uint64_t* done) {
   *done = 0;
+  StreamPacing pacing(fd_.get());
   while (*done < len) {
-    size_t step = static_cast<size_t>(std::min<uint64_t>(len - *done, kMaxContent));
+    size_t step = static_cast<size_t>(std::min<uint64_t>(len - *done, kStreamRecord));
     ORVEL_RETURN_IF_ERROR(WriteHeader(kStdout, step));
     size_t sent = 0;
     while (sent < step) {
@@ -210,6 +262,7 @@ orvel::Status Connection::SendFile(int fd, uint64_t len, uint64_t* done) {
 }
 
 orvel::Status Connection::SplicePipe(int in) {
+  StreamPacing pacing(fd_.get());
   for (;;) {
     if (broken_ || io::StopRequested()) return io::Error("splice", kWhat, EPIPE);
     struct pollfd p = {in, POLLIN, 0};
@@ -224,7 +277,7 @@ orvel::Status Connection::SplicePipe(int in) {
     }
     // What the pipe holds now moves as one record: its length is known
     // before the bytes go, and nobody else reads the pipe.
-    size_t step = std::min<size_t>(static_cast<size_t>(avail), kMaxContent);
+    size_t step = std::min<size_t>(static_cast<size_t>(avail), kStreamRecord);
     ORVEL_RETURN_IF_ERROR(WriteHeader(kStdout, step));
     size_t sent = 0;
     while (sent < step) {

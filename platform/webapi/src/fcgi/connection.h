@@ -3,8 +3,11 @@
 // request's parameters over, streams the request body straight from the
 // socket into the reader's buffer, and writes STDOUT/STDERR/END_REQUEST
 // records. Files go out with sendfile(2) and pipes with splice(2), a record
-// header before each run of at most 65535 bytes, so their contents never
-// pass through user space. A failed write, an ABORT_REQUEST or a hang-up
+// header before each run of at most kStreamRecord bytes, so their contents
+// never pass through user space; while they go, the socket's send buffer is
+// kept small (StreamPacing) so that lighttpd never holds more than 64 KiB
+// of the answer in its queue, past which it copies the rest through temp
+// files on disk. A failed write, an ABORT_REQUEST or a hang-up
 // while the body is read sets the request's stop flag (io::RequestStop),
 // which unwinds the request as SIGTERM does in CGI mode. Owns the socket.
 // Single-threaded.
@@ -55,7 +58,18 @@ class Connection : public io::RawOutput {
   orvel::Status SendFile(int fd, uint64_t len, uint64_t* done) override;
   orvel::Status SplicePipe(int fd) override;
 
+  // Content bytes per record of a file or pipe stream, and the socket send
+  // buffer asked for meanwhile. lighttpd reads the backend only while less
+  // than 64 KiB wait for the client, reads what the socket holds, and
+  // appends each whole record: with at most two 32 KiB records in the
+  // socket, the queue stays within 64 KiB and in memory.
+  static constexpr size_t kStreamRecord = 32768 - kHeaderLen;
+  static constexpr int kStreamSendBuffer = 32768;
+
  private:
+  // Up to len bytes: what was read ahead first, else from the socket.
+  ssize_t ReadSome(void* buf, size_t len);
+  ssize_t ReadBodyContent(char* buf, size_t cap);
   orvel::Status ReadExact(void* buf, size_t len);
   orvel::Status Skip(size_t len);
   // Reads one record whole into content_ and passes it to the decoder.
@@ -70,6 +84,10 @@ class Connection : public io::RawOutput {
   std::vector<uint8_t> content_;
   size_t body_left_ = 0;     // content bytes of the current STDIN record not read yet
   size_t padding_left_ = 0;  // its padding
+  // Bytes after a STDIN record's content read with it: its padding and the
+  // next record's header, at most. Consumed before the socket is read again.
+  uint8_t ahead_[255 + kHeaderLen];
+  size_t ahead_len_ = 0;
   bool broken_ = false;
 };
 
