@@ -51,6 +51,9 @@ class HttpBenchSteps {
   // bytes came.
   double TimedCurl(std::vector<std::string> args, bool api_answer, uint64_t min_download = 0) const;
   double Upload(const std::string& src, const std::string& name) const;  // seconds
+  // Seconds to copy src to dst and fdatasync it: what this disk can make
+  // durable, the ceiling of an upload that answers only once its file is.
+  double DurableCopy(const std::string& src, const std::string& dst) const;
   double DavPut(const std::string& src, const std::string& name) const;
   double Download(const std::string& mydrive_path, uint64_t size) const;
   double StaticGet(const std::string& url_path) const;
