@@ -39,6 +39,26 @@ TEST_F(UserDbTest, AddsUsersWithIncreasingUidsAndRefusesDuplicates) {
   EXPECT_EQ(byuid.name, "bob");
 }
 
+// Statements are prepared once per connection and reused: each use must see
+// only its own bindings, also after a failed look-up and between writes.
+TEST_F(UserDbTest, ReusedStatementsAnswerEachLookUpForItsOwnArguments) {
+  ASSERT_TRUE(db_->AddUser("alice", "pw", true, nullptr).ok());
+  ASSERT_TRUE(db_->AddUser("bob", "pw", false, nullptr).ok());
+  for (int round = 0; round < 3; ++round) {
+    orvel::UserRecord r;
+    ASSERT_TRUE(db_->GetUser("alice", &r).ok());
+    EXPECT_TRUE(r.admin);
+    EXPECT_EQ(db_->GetUser("carol", &r).code(), orvel::kErrNotFound);
+    ASSERT_TRUE(db_->GetUser("bob", &r).ok());
+    EXPECT_EQ(r.name, "bob");
+    EXPECT_FALSE(r.admin);
+    ASSERT_TRUE(db_->SetFlag("bob", "admin", round % 2 == 0).ok());
+    ASSERT_TRUE(db_->GetUser("bob", &r).ok());
+    EXPECT_EQ(r.admin, round % 2 == 0);
+    ASSERT_TRUE(db_->SetFlag("bob", "admin", false).ok());
+  }
+}
+
 TEST_F(UserDbTest, ChecksPasswordsAndFlags) {
   ASSERT_TRUE(db_->AddUser("alice", "right", false, nullptr).ok());
   orvel::UserRecord u;

@@ -7,6 +7,7 @@
 
 #include <ctime>
 #include <mutex>
+#include <unordered_map>
 
 #include "orvelcommon/sync_config.h"
 
@@ -32,10 +33,51 @@ const char* kSchema =
     " lockouts INTEGER NOT NULL, blocked_until INTEGER NOT NULL, last_failure INTEGER NOT NULL);";
 
 // A prepared statement that is finalised on every way out.
+}  // namespace
+
+// The prepared statements of one connection, kept for its life: preparing
+// (parsing and planning) costs more than the look-ups the web API makes on
+// every request. A statement is lent to one Stmt at a time; a second use of
+// the same text while it is lent gets a statement of its own.
+struct UserDb::Statements {
+  struct Entry {
+    sqlite3_stmt* st = nullptr;
+    bool lent = false;
+  };
+  explicit Statements(sqlite3* d) : db(d) {}
+  ~Statements() {
+    for (auto& [sql, e] : cache) sqlite3_finalize(e.st);
+  }
+  sqlite3* db;
+  std::unordered_map<std::string, Entry> cache;
+};
+
+namespace {
+
 class Stmt {
  public:
-  Stmt(sqlite3* db, const char* sql) { rc_ = sqlite3_prepare_v2(db, sql, -1, &st_, nullptr); }
-  ~Stmt() { sqlite3_finalize(st_); }
+  Stmt(UserDb::Statements* statements, const char* sql) {
+    auto it = statements->cache.find(sql);
+    if (it != statements->cache.end() && !it->second.lent) {
+      entry_ = &it->second;
+    } else {
+      rc_ = sqlite3_prepare_v2(statements->db, sql, -1, &st_, nullptr);
+      if (rc_ != SQLITE_OK || it != statements->cache.end()) return;  // used uncached
+      entry_ = &statements->cache[sql];
+      entry_->st = st_;
+    }
+    entry_->lent = true;
+    st_ = entry_->st;
+  }
+  ~Stmt() {
+    if (entry_ == nullptr) {
+      sqlite3_finalize(st_);
+      return;
+    }
+    sqlite3_reset(st_);
+    sqlite3_clear_bindings(st_);
+    entry_->lent = false;
+  }
   Stmt(const Stmt&) = delete;
   Stmt& operator=(const Stmt&) = delete;
   bool ok() const { return rc_ == SQLITE_OK; }
@@ -56,7 +98,8 @@ class Stmt {
 
  private:
   sqlite3_stmt* st_ = nullptr;
-  int rc_;
+  UserDb::Statements::Entry* entry_ = nullptr;  // null: owned, finalized here
+  int rc_ = SQLITE_OK;
 };
 
 Status DbError(sqlite3* db, const std::string& what) {
@@ -94,10 +137,10 @@ Status ChangeUserRow(sqlite3* db, Stmt& s, const std::string& name, const std::s
 }
 
 // Deletes the sessions of user except `keep` ("" keeps none).
-Status EndSessions(sqlite3* db, const std::string& user, const std::string& keep) {
-  Stmt s(db, "DELETE FROM sessions WHERE user = ?1 AND sid != ?2");
+Status EndSessions(UserDb::Statements* statements, const std::string& user, const std::string& keep) {
+  Stmt s(statements, "DELETE FROM sessions WHERE user = ?1 AND sid != ?2");
   s.Bind(1, user).Bind(2, keep);
-  return s.Step() == SQLITE_DONE ? Status::OK() : DbError(db, "end sessions");
+  return s.Step() == SQLITE_DONE ? Status::OK() : DbError(statements->db, "end sessions");
 }
 
 // Whether setting field to value takes the account out of use.
@@ -164,7 +207,12 @@ Status UserDb::Open(const std::string& path, std::unique_ptr<UserDb>* out) {
   return Status::OK();
 }
 
-UserDb::~UserDb() { sqlite3_close(db_); }
+UserDb::UserDb(sqlite3* db) : db_(db), statements_(new Statements(db)) {}
+
+UserDb::~UserDb() {
+  statements_.reset();  // finalized before the connection closes
+  sqlite3_close(db_);
+}
 
 Status UserDb::AddUser(const std::string& name, const std::string& password, bool admin,
                        UserRecord* out) {
@@ -174,7 +222,7 @@ Status UserDb::AddUser(const std::string& name, const std::string& password, boo
   }
   std::string hash;
   ORVEL_RETURN_IF_ERROR(HashPassword(password, &hash));
-  Stmt s(db_,
+  Stmt s(statements_.get(),
          "INSERT INTO users (uid, name, display_name, pw_hash, admin) VALUES ("
          " (SELECT MAX(COALESCE((SELECT MAX(uid) + 1 FROM users), ?1), ?1)), ?2, ?2, ?3, ?4)");
   if (!s.ok()) return DbError(db_, "add user");
@@ -191,10 +239,10 @@ Status UserDb::SetPassword(const std::string& name, const std::string& password,
   ORVEL_RETURN_IF_ERROR(HashPassword(password, &hash));
   WriteTx tx(db_);
   ORVEL_RETURN_IF_ERROR(tx.status());
-  Stmt s(db_, "UPDATE users SET pw_hash = ?1 WHERE name = ?2");
+  Stmt s(statements_.get(), "UPDATE users SET pw_hash = ?1 WHERE name = ?2");
   s.Bind(1, hash).Bind(2, name);
   ORVEL_RETURN_IF_ERROR(ChangeUserRow(db_, s, name, "set password"));
-  ORVEL_RETURN_IF_ERROR(EndSessions(db_, name, keep_session));
+  ORVEL_RETURN_IF_ERROR(EndSessions(statements_.get(), name, keep_session));
   return tx.Commit();
 }
 
@@ -206,28 +254,28 @@ Status UserDb::SetFlag(const std::string& name, const std::string& field, bool v
   WriteTx tx(db_);
   ORVEL_RETURN_IF_ERROR(tx.status());
   std::string sql = "UPDATE users SET " + field + " = ?1 WHERE name = ?2";
-  Stmt s(db_, sql.c_str());
+  Stmt s(statements_.get(), sql.c_str());
   s.Bind(1, int64_t{value ? 1 : 0}).Bind(2, name);
   ORVEL_RETURN_IF_ERROR(ChangeUserRow(db_, s, name, "set " + field));
-  if (EndsUse(field, value)) ORVEL_RETURN_IF_ERROR(EndSessions(db_, name, ""));
+  if (EndsUse(field, value)) ORVEL_RETURN_IF_ERROR(EndSessions(statements_.get(), name, ""));
   return tx.Commit();
 }
 
 Status UserDb::DeleteUser(const std::string& name) {
   WriteTx tx(db_);
   ORVEL_RETURN_IF_ERROR(tx.status());
-  Stmt s(db_, "DELETE FROM users WHERE name = ?1");
+  Stmt s(statements_.get(), "DELETE FROM users WHERE name = ?1");
   s.Bind(1, name);
   ORVEL_RETURN_IF_ERROR(ChangeUserRow(db_, s, name, "delete user"));
-  Stmt g(db_, "DELETE FROM group_members WHERE user = ?1");
+  Stmt g(statements_.get(), "DELETE FROM group_members WHERE user = ?1");
   g.Bind(1, name);
   if (g.Step() != SQLITE_DONE) return DbError(db_, "delete group memberships");
-  ORVEL_RETURN_IF_ERROR(EndSessions(db_, name, ""));
+  ORVEL_RETURN_IF_ERROR(EndSessions(statements_.get(), name, ""));
   return tx.Commit();
 }
 
 Status UserDb::SetDisplayName(const std::string& name, const std::string& display) {
-  Stmt s(db_, "UPDATE users SET display_name = ?1 WHERE name = ?2");
+  Stmt s(statements_.get(), "UPDATE users SET display_name = ?1 WHERE name = ?2");
   s.Bind(1, display).Bind(2, name);
   if (s.Step() != SQLITE_DONE) return DbError(db_, "set display name");
   if (sqlite3_changes(db_) == 0) return Status(kErrNotFound, "no user '" + name + "'");
@@ -235,21 +283,21 @@ Status UserDb::SetDisplayName(const std::string& name, const std::string& displa
 }
 
 Status UserDb::GetUser(const std::string& name, UserRecord* out) {
-  Stmt s(db_, (std::string(kUserColumns) + "WHERE name = ?1").c_str());
+  Stmt s(statements_.get(), (std::string(kUserColumns) + "WHERE name = ?1").c_str());
   s.Bind(1, name);
   int rc = s.Step();
   if (rc == SQLITE_DONE) return Status(kErrNotFound, "no user '" + name + "'");
   if (rc != SQLITE_ROW) return DbError(db_, "get user");
   ReadUser(s, out);
   out->groups.clear();
-  Stmt g(db_, "SELECT grp FROM group_members WHERE user = ?1 ORDER BY grp");
+  Stmt g(statements_.get(), "SELECT grp FROM group_members WHERE user = ?1 ORDER BY grp");
   g.Bind(1, name);
   while (g.Step() == SQLITE_ROW) out->groups.push_back(g.Text(0));
   return Status::OK();
 }
 
 Status UserDb::GetUserByUid(uint32_t uid, UserRecord* out) {
-  Stmt s(db_, "SELECT name FROM users WHERE uid = ?1");
+  Stmt s(statements_.get(), "SELECT name FROM users WHERE uid = ?1");
   s.Bind(1, int64_t{uid});
   int rc = s.Step();
   if (rc == SQLITE_DONE) return Status(kErrNotFound, "no user with uid " + std::to_string(uid));
@@ -259,7 +307,7 @@ Status UserDb::GetUserByUid(uint32_t uid, UserRecord* out) {
 
 Status UserDb::ListUsers(std::vector<UserRecord>* out) {
   out->clear();
-  Stmt s(db_, (std::string(kUserColumns) + "ORDER BY uid").c_str());
+  Stmt s(statements_.get(), (std::string(kUserColumns) + "ORDER BY uid").c_str());
   int rc;
   while ((rc = s.Step()) == SQLITE_ROW) {
     out->emplace_back();
@@ -270,7 +318,7 @@ Status UserDb::ListUsers(std::vector<UserRecord>* out) {
 
 Status UserDb::CheckPassword(const std::string& name, const std::string& password,
                              UserRecord* out) {
-  Stmt s(db_, (std::string(kUserColumns) + "WHERE name = ?1").c_str());
+  Stmt s(statements_.get(), (std::string(kUserColumns) + "WHERE name = ?1").c_str());
   s.Bind(1, name);
   const Status denied(kErrPermission, "wrong account or password");
   if (s.Step() != SQLITE_ROW) {
@@ -285,13 +333,13 @@ Status UserDb::CheckPassword(const std::string& name, const std::string& passwor
 }
 
 Status UserDb::AddGroup(const std::string& group) {
-  Stmt s(db_, "INSERT OR IGNORE INTO groups (name) VALUES (?1)");
+  Stmt s(statements_.get(), "INSERT OR IGNORE INTO groups (name) VALUES (?1)");
   s.Bind(1, group);
   return s.Step() == SQLITE_DONE ? Status::OK() : DbError(db_, "add group");
 }
 
 Status UserDb::HasGroup(const std::string& group, bool* found) {
-  Stmt s(db_, "SELECT 1 FROM groups WHERE name = ?1");
+  Stmt s(statements_.get(), "SELECT 1 FROM groups WHERE name = ?1");
   if (!s.ok()) return DbError(db_, "find group");
   s.Bind(1, group);
   int rc = s.Step();
@@ -302,7 +350,7 @@ Status UserDb::HasGroup(const std::string& group, bool* found) {
 
 Status UserDb::AddGroupMember(const std::string& group, const std::string& user) {
   ORVEL_RETURN_IF_ERROR(AddGroup(group));
-  Stmt s(db_, "INSERT OR IGNORE INTO group_members (grp, user) VALUES (?1, ?2)");
+  Stmt s(statements_.get(), "INSERT OR IGNORE INTO group_members (grp, user) VALUES (?1, ?2)");
   s.Bind(1, group).Bind(2, user);
   return s.Step() == SQLITE_DONE ? Status::OK() : DbError(db_, "add group member");
 }
@@ -313,14 +361,14 @@ Status UserDb::CreateSession(const std::string& user, SessionRecord* out) {
   out->user = user;
   out->created = out->last_seen = static_cast<int64_t>(std::time(nullptr));
   out->timed_out = false;
-  Stmt s(db_, "INSERT INTO sessions (sid, token, user, created, last_seen) VALUES (?1,?2,?3,?4,?4)");
+  Stmt s(statements_.get(), "INSERT INTO sessions (sid, token, user, created, last_seen) VALUES (?1,?2,?3,?4,?4)");
   s.Bind(1, out->sid).Bind(2, out->token).Bind(3, user).Bind(4, out->created);
   return s.Step() == SQLITE_DONE ? Status::OK() : DbError(db_, "create session");
 }
 
 Status UserDb::LookupSession(const std::string& sid, unsigned idle_seconds, unsigned max_seconds,
                              SessionRecord* out) {
-  Stmt s(db_, "SELECT sid, token, user, created, last_seen FROM sessions WHERE sid = ?1");
+  Stmt s(statements_.get(), "SELECT sid, token, user, created, last_seen FROM sessions WHERE sid = ?1");
   s.Bind(1, sid);
   int rc = s.Step();
   if (rc == SQLITE_DONE) return Status(kErrNotFound, "no such session");
@@ -337,7 +385,7 @@ Status UserDb::LookupSession(const std::string& sid, unsigned idle_seconds, unsi
   // on every request would cost more than the rest of a listing, and the idle
   // time-out does not need finer steps.
   if (!out->timed_out && now - out->last_seen >= kSessionRefreshSeconds) {
-    Stmt u(db_, "UPDATE sessions SET last_seen = ?1 WHERE sid = ?2");
+    Stmt u(statements_.get(), "UPDATE sessions SET last_seen = ?1 WHERE sid = ?2");
     u.Bind(1, now).Bind(2, sid);
     if (u.Step() != SQLITE_DONE) return DbError(db_, "refresh session");
     out->last_seen = now;
@@ -346,20 +394,20 @@ Status UserDb::LookupSession(const std::string& sid, unsigned idle_seconds, unsi
 }
 
 Status UserDb::DeleteSession(const std::string& sid) {
-  Stmt s(db_, "DELETE FROM sessions WHERE sid = ?1");
+  Stmt s(statements_.get(), "DELETE FROM sessions WHERE sid = ?1");
   s.Bind(1, sid);
   return s.Step() == SQLITE_DONE ? Status::OK() : DbError(db_, "delete session");
 }
 
 Status UserDb::DeleteUserSessions(const std::string& user) {
-  Stmt s(db_, "DELETE FROM sessions WHERE user = ?1");
+  Stmt s(statements_.get(), "DELETE FROM sessions WHERE user = ?1");
   s.Bind(1, user);
   return s.Step() == SQLITE_DONE ? Status::OK() : DbError(db_, "delete sessions");
 }
 
 Status UserDb::GetThrottle(const std::string& key, ThrottleRecord* out) {
   *out = ThrottleRecord();
-  Stmt s(db_,
+  Stmt s(statements_.get(),
          "SELECT failures, lockouts, blocked_until, last_failure FROM login_throttle WHERE key = ?1");
   s.Bind(1, key);
   int rc = s.Step();
@@ -373,7 +421,7 @@ Status UserDb::GetThrottle(const std::string& key, ThrottleRecord* out) {
 }
 
 Status UserDb::PutThrottle(const std::string& key, const ThrottleRecord& rec) {
-  Stmt s(db_,
+  Stmt s(statements_.get(),
          "INSERT OR REPLACE INTO login_throttle (key, failures, lockouts, blocked_until, last_failure)"
          " VALUES (?1, ?2, ?3, ?4, ?5)");
   s.Bind(1, key).Bind(2, rec.failures).Bind(3, rec.lockouts).Bind(4, rec.blocked_until);
@@ -382,13 +430,13 @@ Status UserDb::PutThrottle(const std::string& key, const ThrottleRecord& rec) {
 }
 
 Status UserDb::ClearThrottle(const std::string& key) {
-  Stmt s(db_, "DELETE FROM login_throttle WHERE key = ?1");
+  Stmt s(statements_.get(), "DELETE FROM login_throttle WHERE key = ?1");
   s.Bind(1, key);
   return s.Step() == SQLITE_DONE ? Status::OK() : DbError(db_, "clear throttle");
 }
 
 Status UserDb::PruneThrottle(const ThrottlePolicy& policy, int64_t now) {
-  Stmt s(db_, "DELETE FROM login_throttle WHERE MAX(last_failure, blocked_until) < ?1");
+  Stmt s(statements_.get(), "DELETE FROM login_throttle WHERE MAX(last_failure, blocked_until) < ?1");
   s.Bind(1, now - policy.forget_lockouts);
   return s.Step() == SQLITE_DONE ? Status::OK() : DbError(db_, "prune throttle");
 }

@@ -46,6 +46,7 @@ class UserDb {
   static Status Open(const std::string& path, std::unique_ptr<UserDb>* out);
   ~UserDb();
   UserDb(const UserDb&) = delete;
+  struct Statements;  // the connection's prepared statements (user_db.cc)
   UserDb& operator=(const UserDb&) = delete;
 
   Status AddUser(const std::string& name, const std::string& password, bool admin,
@@ -91,8 +92,9 @@ class UserDb {
   Status PruneThrottle(const ThrottlePolicy& policy, int64_t now);
 
  private:
-  explicit UserDb(sqlite3* db) : db_(db) {}
+  explicit UserDb(sqlite3* db);
   sqlite3* db_;
+  std::unique_ptr<Statements> statements_;
 };
 
 }  // namespace orvel
