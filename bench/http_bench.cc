@@ -50,7 +50,7 @@ TEST(HttpBench, EveryFigureAgainstItsAnchor) {
   ASSERT_TRUE(stack);
   struct statvfs fs {};
   ASSERT_EQ(::statvfs(stack->root().c_str(), &fs), 0);
-  const uint64_t need = 5 * g_options.transfer_bytes + 2 * g_options.memory_bytes + (1ull << 30);
+  const uint64_t need = 6 * g_options.transfer_bytes + 2 * g_options.memory_bytes + (1ull << 30);
   ASSERT_GE(static_cast<uint64_t>(fs.f_bavail) * fs.f_frsize, need)
       << "not enough free disk under " << stack->root() << " for these sizes (try --quick)";
   HttpBenchSteps steps(stack.get(), g_options);

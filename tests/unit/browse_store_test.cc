@@ -162,6 +162,31 @@ TEST_F(BrowseStoreTest, StarsAreSortedPagedAndPerUser) {
   EXPECT_EQ(marks.starred, (std::set<std::string>{"b"}));
 }
 
+// The marks of a listing page: the caller's own stars and labels (labels in
+// name order), and shared for a share or a link by anyone.
+TEST_F(BrowseStoreTest, MarksAmongAPageAreTheCallersAndAnyonesShares) {
+  Add("docs", "c.txt", 0, "c");
+  ASSERT_TRUE(b_->SetStar("alice", "a", true).ok());
+  ASSERT_TRUE(b_->SetStar("bob", "b", true).ok());
+  ASSERT_TRUE(b_->CreateLabel(Label{"l1", "alice", "Work", "#ff0000"}).ok());
+  ASSERT_TRUE(b_->CreateLabel(Label{"l2", "alice", "home", "#00ff00"}).ok());
+  ASSERT_TRUE(b_->CreateLabel(Label{"l3", "bob", "Play", "#0000ff"}).ok());
+  for (const char* label : {"l1", "l2"}) ASSERT_TRUE(b_->SetItemLabel("alice", label, "a", true).ok());
+  ASSERT_TRUE(b_->SetItemLabel("bob", "l3", "b", true).ok());
+  ASSERT_TRUE(b_->AddShare(Share{0, "b", "alice", "user", "bob", "viewer"}).ok());
+  ASSERT_TRUE(b_->CreateLink(SharingLink{"tok-c", "c", "alice", "viewer", 1, 0, ""}).ok());
+
+  ItemMarks marks;
+  ASSERT_TRUE(b_->MarksAmong("alice", {"a", "b", "c", "docs"}, &marks).ok());
+  EXPECT_EQ(marks.starred, (std::set<std::string>{"a"}));
+  EXPECT_EQ(marks.shared, (std::set<std::string>{"b", "c"}));
+  std::vector<std::string> labels;
+  for (const auto& [id, label] : marks.labels) labels.push_back(id + ":" + label.name);
+  EXPECT_EQ(labels, (std::vector<std::string>{"a:home", "a:Work"}));
+  ASSERT_TRUE(b_->MarksAmong("alice", {"docs"}, &marks).ok());
+  EXPECT_TRUE(marks.starred.empty() && marks.shared.empty() && marks.labels.empty());
+}
+
 TEST_F(BrowseStoreTest, LabelsAreUniquePerUserIgnoringCase) {
   ASSERT_TRUE(b_->CreateLabel(Label{"l1", "alice", "Work", "#ff0000"}).ok());
   EXPECT_EQ(b_->CreateLabel(Label{"l2", "alice", "work", "#00ff00"}).code(), kErrLabelExists);

@@ -97,6 +97,35 @@ TEST_F(StoreTest, OldDatabaseIsMigratedKeepingItsRows) {
   Node child;
   ASSERT_TRUE(store_->GetChild("r", "x.txt", &child).ok());
   EXPECT_TRUE(store_->PushUnlink("/x", 0).ok());  // a version-3 table
+  Node home;
+  ASSERT_TRUE(store_->GetRoot("bob", &home).ok());  // through the rebuilt home index
+  EXPECT_EQ(home.file_id, "r");
+}
+
+// Each look-up runs in many folders; its statement must keep its compiled
+// plan whatever folder it is bound to.
+TEST_F(StoreTest, LookUpsKeepTheirCompiledPlanFromFolderToFolder) {
+  Open();
+  Node root = Add("", "", 1);
+  for (const char* folder : {"a", "b", "c"}) {
+    Node f = Add(root.file_id, folder, 1);
+    Add(f.file_id, "x.txt", 0);
+    Add(f.file_id, "y.txt", 0);
+  }
+  for (const char* folder : {"a", "b", "c"}) {
+    Node f, child;
+    ASSERT_TRUE(store_->GetChild(root.file_id, folder, &f).ok());
+    ASSERT_TRUE(store_->GetChild(f.file_id, "y.txt", &child).ok());
+    ListQuery q;
+    q.parent_id = f.file_id;
+    q.limit = 10;
+    EXPECT_EQ(Names(q), (std::vector<std::string>{"x.txt", "y.txt"}));
+    Node home;
+    ASSERT_TRUE(store_->GetRoot("alice", &home).ok());
+  }
+  StoreStats s;
+  ASSERT_TRUE(store_->Stats(&s).ok());
+  EXPECT_EQ(s.recompiled, 0u);
 }
 
 // A child is found under any Unicode spelling of its name, its own bytes

@@ -152,6 +152,15 @@ CREATE TABLE content_writers (
 );
 )SQL";
 
+// Version 28: the home index's condition written with IS. SQLite marks a
+// statement for recompiling whenever a bound value is compared with a partial
+// index's literal, so with "parent_id = ''" every look-up by "parent_id = ?"
+// (a child by name, a listing page) was compiled again on each new folder.
+const char kV28[] = R"SQL(
+DROP INDEX nodes_root;
+CREATE UNIQUE INDEX nodes_root ON nodes(owner) WHERE parent_id IS '';
+)SQL";
+
 }  // namespace
 
 const std::vector<Migration>& SqliteMigrations() {
@@ -159,7 +168,8 @@ const std::vector<Migration>& SqliteMigrations() {
                                               {10, kBrowseSchemaV10}, {11, kBrowseSchemaV11},
                                               {20, kTasksMigrationSql}, {21, kBrowseSchemaV21},
                                               {22, kV22}, {23, kV23}, {24, kV24},
-                                              {25, kBrowseSchemaV25}, {27, kTaskBytesMigrationSql}};
+                                              {25, kBrowseSchemaV25}, {27, kTaskBytesMigrationSql},
+                                              {28, kV28}};
   return kAll;
 }
 

@@ -147,28 +147,29 @@ class SqliteBrowseStore : public BrowseStore {
   Status MarksAmong(const std::string& user, const std::vector<std::string>& ids, ItemMarks* out) override {
     *out = ItemMarks();
     if (ids.empty()) return Status::OK();
+    // The page's ids drive each look-up, one probe per id in each table's
+    // file_id index. ("file_id IN (SELECT value FROM json_each(?))" would
+    // first build a temporary index of the ids for every table.)
     std::string json = JsonArray(ids);
     Status st;
     {
-      CachedStmt s = c_.Prepare("SELECT file_id FROM stars WHERE user = ?1 AND file_id IN (SELECT value FROM json_each(?2))");
-      s.Bind(1, user).Bind(2, json);
-      while (s.Step(&st)) out->starred.insert(s.Text(0));
-      ORVEL_RETURN_IF_ERROR(st);
-    }
-    {
       CachedStmt s = c_.Prepare(
-          "SELECT i.file_id, l.label_id, l.name, l.color FROM item_labels i JOIN labels l ON"
-          " l.label_id = i.label_id WHERE i.user = ?1 AND i.file_id IN (SELECT value FROM json_each(?2))"
-          " ORDER BY l.name COLLATE NOCASE");
+          "SELECT j.value, EXISTS (SELECT 1 FROM stars WHERE user = ?1 AND file_id = j.value),"
+          " EXISTS (SELECT 1 FROM shares WHERE file_id = j.value) OR"
+          " EXISTS (SELECT 1 FROM links WHERE file_id = j.value) FROM json_each(?2) j");
       s.Bind(1, user).Bind(2, json);
-      while (s.Step(&st)) out->labels.emplace(s.Text(0), Label{s.Text(1), user, s.Text(2), s.Text(3)});
+      while (s.Step(&st)) {
+        if (s.Int(1)) out->starred.insert(s.Text(0));
+        if (s.Int(2)) out->shared.insert(s.Text(0));
+      }
       ORVEL_RETURN_IF_ERROR(st);
     }
     CachedStmt s = c_.Prepare(
-        "SELECT file_id FROM shares WHERE file_id IN (SELECT value FROM json_each(?1)) UNION"
-        " SELECT file_id FROM links WHERE file_id IN (SELECT value FROM json_each(?1))");
-    s.Bind(1, json);
-    while (s.Step(&st)) out->shared.insert(s.Text(0));
+        "SELECT i.file_id, l.label_id, l.name, l.color FROM json_each(?2) j CROSS JOIN item_labels i"
+        " ON i.file_id = j.value AND i.user = ?1 JOIN labels l ON l.label_id = i.label_id"
+        " ORDER BY l.name COLLATE NOCASE");
+    s.Bind(1, user).Bind(2, json);
+    while (s.Step(&st)) out->labels.emplace(s.Text(0), Label{s.Text(1), user, s.Text(2), s.Text(3)});
     return st;
   }
 

@@ -83,7 +83,7 @@ class SqliteStore : public Store {
                   link, "", out, "no item with link " + link);
   }
   Status GetRoot(const std::string& owner, Node* out) override {
-    return GetOne(std::string("SELECT ") + kColumns + " FROM nodes WHERE owner = ?1 AND parent_id = ''",
+    return GetOne(std::string("SELECT ") + kColumns + " FROM nodes WHERE owner = ?1 AND parent_id IS ''",
                   owner, "", out, "no home for " + owner);
   }
   Status GetChild(const std::string& parent_id, const std::string& name, Node* out) override {
@@ -146,7 +146,7 @@ class SqliteStore : public Store {
     return ListWhere("parent_id = ?1 ORDER BY name", parent_id, out);
   }
   Status ListRoots(std::vector<Node>* out) override {
-    return ListWhere("parent_id = '' AND ?1 = '' ORDER BY owner", "", out);
+    return ListWhere("parent_id IS '' AND ?1 = '' ORDER BY owner", "", out);
   }
 
   Status Insert(Node* node) override {
@@ -409,7 +409,7 @@ class SqliteStore : public Store {
         {"SELECT COALESCE(SUM(size), 0) FROM nodes WHERE type = 0 AND removed = 0 AND vanished = 0",
          &out->bytes},
         {"SELECT COUNT(*) FROM nodes WHERE vanished = 1", &out->vanished},
-        {"SELECT COUNT(*) FROM nodes WHERE parent_id = ''", &out->homes},
+        {"SELECT COUNT(*) FROM nodes WHERE parent_id IS ''", &out->homes},
         {"SELECT COUNT(*) FROM revisions", &out->revisions},
         {"SELECT COUNT(*) FROM unlink_jobs", &out->unlink_jobs},
         {"SELECT MAX(version) FROM schema_version", &out->schema_version},
@@ -421,6 +421,8 @@ class SqliteStore : public Store {
       if (s.Step(&st)) *q.field = static_cast<uint64_t>(s.Int(0));
       ORVEL_RETURN_IF_ERROR(st);
     }
+    for (sqlite3_stmt* st = sqlite3_next_stmt(db_, nullptr); st; st = sqlite3_next_stmt(db_, st))
+      out->recompiled += static_cast<uint64_t>(sqlite3_stmt_status(st, SQLITE_STMTSTATUS_REPREPARE, 0));
     return Status::OK();
   }
 
