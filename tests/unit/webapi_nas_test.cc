@@ -81,6 +81,9 @@ TEST_F(NasHelpers, MimeTypeRootCopyFirstCaseInsensitive) {
   EXPECT_EQ("", HTTPFileOutputer::GetMimeType("no_extension"));
   EXPECT_EQ("", HTTPFileOutputer::GetMimeType("trailing."));
   EXPECT_EQ("", HTTPFileOutputer::GetMimeType("x.zemo-unknown-ext"));
+  // The first line naming an extension wins; an edited table is read again.
+  WriteFile("/etc/mime.types", "application/x-first tst\napplication/x-second tst\n");
+  EXPECT_EQ("application/x-first", HTTPFileOutputer::GetMimeType("a.tst"));
   if (::access("/etc/mime.types", R_OK) != 0) GTEST_SKIP() << "no system mime.types";
   EXPECT_EQ("image/svg+xml", HTTPFileOutputer::GetMimeType("Logo.SVG"));
 }

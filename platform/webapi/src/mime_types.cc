@@ -1,12 +1,19 @@
 // HTTPFileOutputer::GetMimeType: the MIME type of a file name from the
 // mime.types table (the copy under ZEMO_ROOT first, then the system's). The
-// extension after the last dot is compared without regard to case. The file
-// is scanned line by line on each call (no cache: one look-up per request).
-// Thread-safe.
+// extension after the last dot is compared without regard to case.
+//
+// Each table is parsed once into a map and parsed again only when its file
+// changes (path, inode, size or times): a persistent worker answers many
+// downloads, and scanning the system table line by line cost each of them
+// more than the rest of the request. Thread-safe.
 #include <cctype>
 #include <fstream>
+#include <map>
+#include <mutex>
 #include <sstream>
+#include <unordered_map>
 
+#include "internal/io.h"
 #include "orvelcommon/zemo_root.h"
 #include "zemo/nas.h"
 
@@ -28,11 +35,14 @@ std::string ExtensionOf(const std::string& name) {
   return Lower(base.substr(dot + 1));
 }
 
-// Looks ext up in one mime.types file; false when the file cannot be read
-// or does not list it.
-bool LookupIn(const std::string& table, const std::string& ext, std::string* type) {
-  std::ifstream in(table);
-  if (!in) return false;
+// One parsed table: extension -> type, the first line naming an extension
+// winning, as a scan from the top would.
+struct Table {
+  zemo::io::FileStamp stamp;
+  std::unordered_map<std::string, std::string> types;
+};
+
+void Parse(std::istream& in, Table* table) {
   std::string line;
   while (std::getline(in, line)) {
     size_t hash = line.find('#');
@@ -40,14 +50,31 @@ bool LookupIn(const std::string& table, const std::string& ext, std::string* typ
     std::istringstream words(line);
     std::string mime, word;
     if (!(words >> mime)) continue;
-    while (words >> word) {
-      if (Lower(word) == ext) {
-        *type = mime;
-        return true;
-      }
-    }
+    while (words >> word) table->types.emplace(Lower(word), mime);
   }
-  return false;
+}
+
+// Looks ext up in one mime.types file; false when the file cannot be read
+// or does not list it.
+bool LookupIn(const std::string& path, const std::string& ext, std::string* type) {
+  static std::mutex mu;
+  static std::map<std::string, Table> tables;
+  // The stamp is taken before reading: a change during the read shows as a
+  // different stamp next time, which parses again.
+  const zemo::io::FileStamp now = zemo::io::FileStamp::Of(path);
+  std::lock_guard<std::mutex> lock(mu);
+  auto it = tables.find(path);
+  if (it == tables.end() || !it->second.stamp.Same(now)) {
+    Table fresh;
+    fresh.stamp = now;
+    std::ifstream in(path);
+    if (in) Parse(in, &fresh);
+    it = tables.insert_or_assign(path, std::move(fresh)).first;
+  }
+  auto found = it->second.types.find(ext);
+  if (found == it->second.types.end()) return false;
+  *type = found->second;
+  return true;
 }
 
 }  // namespace
