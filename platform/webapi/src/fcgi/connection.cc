@@ -55,7 +55,7 @@ class StreamPacing {
 };
 }  // namespace
 
-Connection::Connection(int fd) : fd_(fd), content_(kMaxContent + 255) {}
+Connection::Connection(int fd) : fd_(fd), content_(kMaxContent + 255), ahead_(kAheadCapacity) {}
 
 orvel::Status Connection::Fail(orvel::Status st) {
   broken_ = true;
@@ -64,10 +64,16 @@ orvel::Status Connection::Fail(orvel::Status st) {
 }
 
 ssize_t Connection::ReadSome(void* buf, size_t len) {
-  if (ahead_len_ == 0) return io::ReadSome(fd_.get(), buf, len);
+  if (ahead_len_ == 0) {
+    if (len >= ahead_.size()) return io::ReadSome(fd_.get(), buf, len);
+    const ssize_t got = io::ReadSome(fd_.get(), ahead_.data(), ahead_.size());
+    if (got <= 0) return got;
+    ahead_pos_ = 0;
+    ahead_len_ = static_cast<size_t>(got);
+  }
   const size_t n = std::min(len, ahead_len_);
-  std::memcpy(buf, ahead_, n);
-  std::memmove(ahead_, ahead_ + n, ahead_len_ - n);
+  std::memcpy(buf, ahead_.data() + ahead_pos_, n);
+  ahead_pos_ += n;
   ahead_len_ -= n;
   return static_cast<ssize_t>(n);
 }
@@ -77,12 +83,13 @@ ssize_t Connection::ReadSome(void* buf, size_t len) {
 // has room: one read per body record instead of two.
 ssize_t Connection::ReadBodyContent(char* buf, size_t cap) {
   if (cap < body_left_ || ahead_len_ != 0) return ReadSome(buf, std::min(cap, body_left_));
-  struct iovec iov[2] = {{buf, body_left_}, {ahead_, padding_left_ + kHeaderLen}};
+  struct iovec iov[2] = {{buf, body_left_}, {ahead_.data(), padding_left_ + kHeaderLen}};
   ssize_t n;
   do {
     n = ::readv(fd_.get(), iov, 2);
   } while (n < 0 && errno == EINTR && !io::StopRequested());
   if (n > static_cast<ssize_t>(body_left_)) {
+    ahead_pos_ = 0;
     ahead_len_ = static_cast<size_t>(n) - body_left_;
     n = static_cast<ssize_t>(body_left_);
   }

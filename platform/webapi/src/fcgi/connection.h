@@ -84,9 +84,15 @@ class Connection : public io::RawOutput {
   std::vector<uint8_t> content_;
   size_t body_left_ = 0;     // content bytes of the current STDIN record not read yet
   size_t padding_left_ = 0;  // its padding
-  // Bytes after a STDIN record's content read with it: its padding and the
-  // next record's header, at most. Consumed before the socket is read again.
-  uint8_t ahead_[255 + kHeaderLen];
+  // Bytes read from the socket before they were asked for, consumed before
+  // the socket is read again: a small read (a record header, parameters, a
+  // short record) fills it with one read of whatever the socket holds, so a
+  // request's opening records cost one read instead of two per record; and
+  // a STDIN record's content is read together with its padding and the next
+  // header. Reads of kAheadCapacity or more go straight to the caller.
+  static constexpr size_t kAheadCapacity = 16384;
+  std::vector<uint8_t> ahead_;
+  size_t ahead_pos_ = 0;
   size_t ahead_len_ = 0;
   bool broken_ = false;
 };

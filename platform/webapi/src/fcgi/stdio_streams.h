@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstdio>
+#include <memory>
 
 #include "fcgi/connection.h"
 
@@ -25,6 +26,11 @@ class StdioStreams {
 
  private:
   Connection* conn_;
+  // The streams' buffers. glibc keeps the size given to setvbuf only with a
+  // buffer of the caller's; without one it allocates BUFSIZ (8 KiB) and
+  // every answer over 8 KiB went out in one more record and write.
+  std::unique_ptr<char[]> out_buffer_;
+  std::unique_ptr<char[]> err_buffer_;
   FILE* saved_out_;
   FILE* saved_err_;
   FILE* out_ = nullptr;
