@@ -4,6 +4,7 @@
 
 #include <msgpack.h>
 
+#include <climits>
 #include <cstring>
 #include <type_traits>
 #include <vector>
@@ -85,6 +86,40 @@ TEST(ItemRecordFastPaths, PackedRecordsAreTheBytesOfTheMaps) {
     expected["items"] = maps;
     EXPECT_EQ(orvel::wire::Encode(answer), orvel::wire::Encode(expected)) << records.size();
   }
+}
+
+// Every width of every kind: integers on each side of each encoding's
+// limit, strings and lists of each length class.
+TEST(ItemRecordFastPaths, PackedRecordsMatchTheMapsAtEveryEncodingLimit) {
+  const uint64_t unsigned_limits[] = {0, 127, 128, 255, 256, 65535, 65536, 0xffffffffull, 0x100000000ull, ~0ull};
+  const int signed_limits[] = {-1, -32, -33, -128, -129, -32768, -32769, INT_MIN, 0, 127, 128, 65536, INT_MAX};
+  const size_t lengths[] = {0, 31, 32, 255, 256, 65535, 65536};
+  std::vector<orvel::ItemRecord> records;
+  for (uint64_t v : unsigned_limits) {
+    orvel::ItemRecord r;
+    r.size = v;
+    r.owner_uid = static_cast<uint32_t>(v);
+    records.push_back(r);
+  }
+  for (int v : signed_limits) {
+    orvel::ItemRecord r;
+    r.type = v;
+    records.push_back(r);
+  }
+  for (size_t n : lengths) {
+    orvel::ItemRecord r;
+    r.name = std::string(n, 'n');
+    records.push_back(r);
+  }
+  for (size_t n : {15, 16, 17}) {
+    orvel::ItemRecord r;
+    r.labels.resize(n);
+    r.permissions.resize(n);
+    records.push_back(r);
+  }
+  PObject maps = PObject::MakeArray();
+  for (const auto& r : records) maps.push_back(orvel::ItemRecordToPObject(r));
+  EXPECT_EQ(orvel::wire::Encode(orvel::PackedItemRecords(records)), orvel::wire::Encode(maps));
 }
 
 // Packs {"ok": true, "result": {"total": 2, "items": [<items>]}} by hand,

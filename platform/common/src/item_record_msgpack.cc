@@ -144,30 +144,72 @@ void MemberFrom(std::string_view k, const msgpack_object& v, ItemRecord* f) {
   else if (k == "content_type") f->content_type = Str(v);
 }
 
-void PackStr(msgpack_packer* pk, std::string_view s) {
-  msgpack_pack_str(pk, s.size());
-  msgpack_pack_str_body(pk, s.data(), s.size());
-}
-void PackBool(msgpack_packer* pk, bool b) {
-  if (b) msgpack_pack_true(pk); else msgpack_pack_false(pk);
-}
+// Appends msgpack to a string: for each kind used here, the bytes msgpack-c's
+// packer writes (the smallest encoding of each value), with one append per
+// value instead of the packer's callback per header and per body.
+class PackBuffer {
+ public:
+  explicit PackBuffer(std::string* out) : out_(out) {}
+
+  void Str(std::string_view s) {
+    Length(s.size(), 0xa0, 32, 0xd9, 0xda, 0xdb);
+    out_->append(s);
+  }
+  void Map(size_t n) { Length(n, 0x80, 16, 0, 0xde, 0xdf); }
+  void Array(size_t n) { Length(n, 0x90, 16, 0, 0xdc, 0xdd); }
+  void Bool(bool b) { out_->push_back(static_cast<char>(b ? 0xc3 : 0xc2)); }
+  void UInt(uint64_t v) {
+    if (v < 128) out_->push_back(static_cast<char>(v));
+    else if (v < (1u << 8)) Big(0xcc, v, 1);
+    else if (v < (1u << 16)) Big(0xcd, v, 2);
+    else if (v < (1ull << 32)) Big(0xce, v, 4);
+    else Big(0xcf, v, 8);
+  }
+  void Int(int64_t v) {
+    if (v >= 0) return UInt(static_cast<uint64_t>(v));
+    const uint64_t bits = static_cast<uint64_t>(v);
+    if (v >= -32) out_->push_back(static_cast<char>(bits));
+    else if (v >= -(1 << 7)) Big(0xd0, bits, 1);
+    else if (v >= -(1 << 15)) Big(0xd1, bits, 2);
+    else if (v >= -(1ll << 31)) Big(0xd2, bits, 4);
+    else Big(0xd3, bits, 8);
+  }
+
+ private:
+  // A length: in the first byte under `fix_limit`, else after the 8-bit
+  // (when the kind has one), 16-bit or 32-bit marker.
+  void Length(size_t n, uint8_t fix, size_t fix_limit, uint8_t m8, uint8_t m16, uint8_t m32) {
+    if (n < fix_limit) out_->push_back(static_cast<char>(fix | n));
+    else if (m8 != 0 && n < (1u << 8)) Big(m8, n, 1);
+    else if (n < (1u << 16)) Big(m16, n, 2);
+    else Big(m32, n, 4);
+  }
+  // A marker, then the low `bytes` bytes of v, most significant first.
+  void Big(uint8_t marker, uint64_t v, int bytes) {
+    char b[9];
+    b[0] = static_cast<char>(marker);
+    for (int i = 0; i < bytes; ++i) b[1 + i] = static_cast<char>(v >> (8 * (bytes - 1 - i)));
+    out_->append(b, static_cast<size_t>(bytes) + 1);
+  }
+  std::string* out_;
+};
 
 // Writers of a map member: the key, then the value in the kind the PObject
 // form holds (unsigned for the unsigned fields, signed for "type").
 struct MapWriter {
-  msgpack_packer* pk;
-  void Str(const char* k, const std::string& v) const { PackStr(pk, k), PackStr(pk, v); }
-  void UInt(const char* k, uint64_t v) const { PackStr(pk, k), msgpack_pack_uint64(pk, v); }
-  void Int(const char* k, int64_t v) const { PackStr(pk, k), msgpack_pack_int64(pk, v); }
-  void Bool(const char* k, bool v) const { PackStr(pk, k), PackBool(pk, v); }
-  void Map(const char* k, size_t n) const { PackStr(pk, k), msgpack_pack_map(pk, n); }
-  void Array(const char* k, size_t n) const { PackStr(pk, k), msgpack_pack_array(pk, n); }
+  PackBuffer* pk;
+  void Str(const char* k, const std::string& v) const { pk->Str(k), pk->Str(v); }
+  void UInt(const char* k, uint64_t v) const { pk->Str(k), pk->UInt(v); }
+  void Int(const char* k, int64_t v) const { pk->Str(k), pk->Int(v); }
+  void Bool(const char* k, bool v) const { pk->Str(k), pk->Bool(v); }
+  void Map(const char* k, size_t n) const { pk->Str(k), pk->Map(n); }
+  void Array(const char* k, size_t n) const { pk->Str(k), pk->Array(n); }
 };
 
 // The item map; members in sorted key order, as a PObject map packs them.
-void PackItemRecord(msgpack_packer* pk, const ItemRecord& f) {
+void PackItemRecord(PackBuffer* pk, const ItemRecord& f) {
   const MapWriter w{pk};
-  msgpack_pack_map(pk, 32);
+  pk->Map(32);
   w.UInt("access_time", f.access_time);
   w.Bool("adv_shared", f.adv_shared);
   w.Str("app_properties", f.app_properties);
@@ -192,7 +234,7 @@ void PackItemRecord(msgpack_packer* pk, const ItemRecord& f) {
   w.Str("hash", f.hash);
   w.Array("labels", f.labels.size());
   for (const LabelInfo& l : f.labels) {
-    msgpack_pack_map(pk, 3);
+    pk->Map(3);
     w.Str("color", l.color);
     w.Str("label_id", l.label_id);
     w.Str("name", l.name);
@@ -210,7 +252,7 @@ void PackItemRecord(msgpack_packer* pk, const ItemRecord& f) {
   w.Str("permanent_link", f.permanent_link);
   w.Array("permissions", f.permissions.size());
   for (const PermissionInfo& p : f.permissions) {
-    msgpack_pack_map(pk, 5);
+    pk->Map(5);
     w.Bool("inherited", p.inherited);
     w.Str("name", p.name);
     w.Str("permission_id", p.permission_id);
@@ -234,9 +276,8 @@ void PackItemRecord(msgpack_packer* pk, const ItemRecord& f) {
 PObject PackedItemRecords(const std::vector<ItemRecord>& records) {
   std::string bytes;
   bytes.reserve(64 + records.size() * 768);  // a record is 600-700 bytes
-  msgpack_packer pk;
-  msgpack_packer_init(&pk, &bytes, wire::AppendToString);
-  msgpack_pack_array(&pk, records.size());
+  PackBuffer pk(&bytes);
+  pk.Array(records.size());
   for (const ItemRecord& r : records) PackItemRecord(&pk, r);
   return PObject::Packed(std::move(bytes));
 }
