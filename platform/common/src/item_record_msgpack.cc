@@ -7,6 +7,7 @@
 
 #include "orvelcommon/wire.h"
 
+#include <algorithm>
 #include <cstring>
 #include <string_view>
 
@@ -108,40 +109,59 @@ void OwnerFrom(const msgpack_object& o, ItemRecord* f) {
   });
 }
 
-// One member of the item map into f; unknown keys are ignored.
-void MemberFrom(std::string_view k, const msgpack_object& v, ItemRecord* f) {
-  if (k == "sync_id") f->sync_id = U64(v);
-  else if (k == "max_id") f->max_id = U64(v);
-  else if (k == "size") f->size = U64(v);
-  else if (k == "created_time") f->created_time = U32(v);
-  else if (k == "access_time") f->access_time = U32(v);
-  else if (k == "modified_time") f->modified_time = U32(v);
-  else if (k == "change_time") f->change_time = U32(v);
-  else if (k == "parent_id") f->parent_id = Str(v);
-  else if (k == "file_id") f->file_id = Str(v);
-  else if (k == "permanent_link") f->permanent_link = Str(v);
-  else if (k == "display_path") f->display_path = Str(v);
-  else if (k == "original_path") f->original_path = Str(v);
-  else if (k == "path") f->path = Str(v);
-  else if (k == "tpx_path") f->tpx_path = Str(v);
-  else if (k == "name") f->name = Str(v);
-  else if (k == "hash") f->hash = Str(v);
-  else if (k == "removed") f->removed = Bool(v);
-  else if (k == "encrypted") f->encrypted = Bool(v);
-  else if (k == "starred") f->starred = Bool(v);
-  else if (k == "shared") f->shared = Bool(v);
-  else if (k == "adv_shared") f->adv_shared = Bool(v);
-  else if (k == "sync_to_device") f->sync_to_device = Bool(v);
-  else if (k == "type") f->type = static_cast<int>(Scalar(v).asInt64());
-  else if (k == "properties") f->properties = Str(v);
-  else if (k == "app_properties") f->app_properties = Str(v);
-  else if (k == "permissions") f->permissions = ListFrom<PermissionInfo>(v, PermissionFrom);
-  else if (k == "labels") f->labels = ListFrom<LabelInfo>(v, LabelFrom);
-  else if (k == "owner") OwnerFrom(v, f);
-  else if (k == "capabilities") CapabilitiesFrom(v, &f->capabilities);
-  else if (k == "content_snippet") f->content_snippet = Str(v);
-  else if (k == "revisions") f->revisions = U32(v);
-  else if (k == "content_type") f->content_type = Str(v);
+// The item map's members and how each is read, in the sorted key order in
+// which the daemon writes them.
+struct Member {
+  std::string_view key;
+  void (*read)(const msgpack_object& v, ItemRecord* f);
+};
+constexpr Member kMembers[] = {
+    {"access_time", [](const msgpack_object& v, ItemRecord* f) { f->access_time = U32(v); }},
+    {"adv_shared", [](const msgpack_object& v, ItemRecord* f) { f->adv_shared = Bool(v); }},
+    {"app_properties", [](const msgpack_object& v, ItemRecord* f) { f->app_properties = Str(v); }},
+    {"capabilities", [](const msgpack_object& v, ItemRecord* f) { CapabilitiesFrom(v, &f->capabilities); }},
+    {"change_time", [](const msgpack_object& v, ItemRecord* f) { f->change_time = U32(v); }},
+    {"content_snippet", [](const msgpack_object& v, ItemRecord* f) { f->content_snippet = Str(v); }},
+    {"content_type", [](const msgpack_object& v, ItemRecord* f) { f->content_type = Str(v); }},
+    {"created_time", [](const msgpack_object& v, ItemRecord* f) { f->created_time = U32(v); }},
+    {"display_path", [](const msgpack_object& v, ItemRecord* f) { f->display_path = Str(v); }},
+    {"encrypted", [](const msgpack_object& v, ItemRecord* f) { f->encrypted = Bool(v); }},
+    {"file_id", [](const msgpack_object& v, ItemRecord* f) { f->file_id = Str(v); }},
+    {"hash", [](const msgpack_object& v, ItemRecord* f) { f->hash = Str(v); }},
+    {"labels", [](const msgpack_object& v, ItemRecord* f) { f->labels = ListFrom<LabelInfo>(v, LabelFrom); }},
+    {"max_id", [](const msgpack_object& v, ItemRecord* f) { f->max_id = U64(v); }},
+    {"modified_time", [](const msgpack_object& v, ItemRecord* f) { f->modified_time = U32(v); }},
+    {"name", [](const msgpack_object& v, ItemRecord* f) { f->name = Str(v); }},
+    {"original_path", [](const msgpack_object& v, ItemRecord* f) { f->original_path = Str(v); }},
+    {"owner", [](const msgpack_object& v, ItemRecord* f) { OwnerFrom(v, f); }},
+    {"parent_id", [](const msgpack_object& v, ItemRecord* f) { f->parent_id = Str(v); }},
+    {"path", [](const msgpack_object& v, ItemRecord* f) { f->path = Str(v); }},
+    {"permanent_link", [](const msgpack_object& v, ItemRecord* f) { f->permanent_link = Str(v); }},
+    {"permissions",
+     [](const msgpack_object& v, ItemRecord* f) { f->permissions = ListFrom<PermissionInfo>(v, PermissionFrom); }},
+    {"properties", [](const msgpack_object& v, ItemRecord* f) { f->properties = Str(v); }},
+    {"removed", [](const msgpack_object& v, ItemRecord* f) { f->removed = Bool(v); }},
+    {"revisions", [](const msgpack_object& v, ItemRecord* f) { f->revisions = U32(v); }},
+    {"shared", [](const msgpack_object& v, ItemRecord* f) { f->shared = Bool(v); }},
+    {"size", [](const msgpack_object& v, ItemRecord* f) { f->size = U64(v); }},
+    {"starred", [](const msgpack_object& v, ItemRecord* f) { f->starred = Bool(v); }},
+    {"sync_id", [](const msgpack_object& v, ItemRecord* f) { f->sync_id = U64(v); }},
+    {"sync_to_device", [](const msgpack_object& v, ItemRecord* f) { f->sync_to_device = Bool(v); }},
+    {"tpx_path", [](const msgpack_object& v, ItemRecord* f) { f->tpx_path = Str(v); }},
+    {"type", [](const msgpack_object& v, ItemRecord* f) { f->type = static_cast<int>(Scalar(v).asInt64()); }},
+};
+constexpr size_t kMemberCount = sizeof(kMembers) / sizeof(kMembers[0]);
+
+// The member named k, or nullptr. *next is where the search starts, the
+// member after the last one found: in the daemon's order every key is
+// found with one comparison; in any other order, by a binary search.
+const Member* FindMember(std::string_view k, size_t* next) {
+  if (*next < kMemberCount && kMembers[*next].key == k) return &kMembers[(*next)++];
+  const Member* end = kMembers + kMemberCount;
+  const Member* m = std::lower_bound(static_cast<const Member*>(kMembers), end, k, [](const Member& a, std::string_view b) { return a.key < b; });
+  if (m == end || m->key != k) return nullptr;
+  *next = static_cast<size_t>(m - kMembers) + 1;
+  return m;
 }
 
 // Appends msgpack to a string: for each kind used here, the bytes msgpack-c's
@@ -304,7 +324,10 @@ bool Decodable(const msgpack_object& o) {
 bool ItemRecordFromMsgpack(const msgpack_object& o, ItemRecord* out) {
   *out = ItemRecord();
   if (o.type != MSGPACK_OBJECT_MAP) return false;
-  ForEachMember(o, [&](std::string_view k, const msgpack_object& v) { MemberFrom(k, v, out); });
+  size_t next = 0;
+  ForEachMember(o, [&](std::string_view k, const msgpack_object& v) {
+    if (const Member* m = FindMember(k, &next)) m->read(v, out);  // unknown keys are ignored
+  });
   return true;
 }
 
