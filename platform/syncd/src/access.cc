@@ -248,14 +248,15 @@ Status ResolveAccess(RequestContext& ctx, const std::string& wire_path, Access* 
   return Status::OK();
 }
 
-Access ChildAccess(const Layout&, const Access& folder, const Node& child) {
+Access ChildAccess(const Layout&, const Access& folder, Node child) {
   Access a;
-  a.node = child;
   a.role = folder.role;
   a.owner = folder.owner;
+  a.components.reserve(folder.components.size() + 1);
   a.components = folder.components;
   a.components.push_back(child.name);
   a.view_path = folder.view_path + "/" + child.name;
+  a.node = std::move(child);
   a.top_id = folder.top_id;
   a.by_link = folder.by_link;
   return a;

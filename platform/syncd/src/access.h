@@ -51,7 +51,7 @@ Status LookupRequestLink(RequestContext& ctx, SharingLink* link);
 Status ResolveAccess(RequestContext& ctx, const std::string& wire_path, Access* out);
 
 // The access to a child of a folder the caller reached.
-Access ChildAccess(const Layout& layout, const Access& folder, const Node& child);
+Access ChildAccess(const Layout& layout, const Access& folder, Node child);
 
 // The real path of the item on the server.
 std::string AccessDiskPath(const Layout& layout, const Access& a);

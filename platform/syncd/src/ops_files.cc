@@ -157,19 +157,21 @@ Status OpListFile(RequestContext& ctx, const PObject& args, PObject* result) {
 
   std::vector<Node> rows;
   uint64_t total = 0;
+  PObject items;
   {
-    Transaction tx(ctx.store.get(), false);  // page and total from one snapshot
+    // The page, its total and its items' marks from one snapshot (and one
+    // read lock instead of one per statement).
+    Transaction tx(ctx.store.get(), false);
     ORVEL_RETURN_IF_ERROR(tx.status());
     if (starred || !label_id.empty())
       ORVEL_RETURN_IF_ERROR(ListMarkedChildren(ctx, q, label_id, starred, &rows, &total));
     else
       ORVEL_RETURN_IF_ERROR(ctx.store->ListPage(q, &rows, &total));
+    std::vector<Access> children;
+    children.reserve(rows.size());
+    for (Node& n : rows) children.push_back(ChildAccess(ctx.d->layout, folder, std::move(n)));
+    ORVEL_RETURN_IF_ERROR(AccessItemsPacked(ctx, children, &items));
   }
-  std::vector<Access> children;
-  children.reserve(rows.size());
-  for (const Node& n : rows) children.push_back(ChildAccess(ctx.d->layout, folder, n));
-  PObject items;
-  ORVEL_RETURN_IF_ERROR(AccessItemsPacked(ctx, children, &items));
   (*result)["items"] = std::move(items);
   (*result)["total"] = static_cast<unsigned long long>(total);
   return Status::OK();

@@ -16,10 +16,14 @@ Status OpStatus(RequestContext& ctx, const PObject& args, PObject* result) {
   uint64_t view = 0;
   if (args.hasMember("view_id")) ORVEL_RETURN_IF_ERROR(ArgUInt(args, "view_id", &view));
   std::string state = "enabled";
-  Status st = ctx.store->GetState("status", &state);
-  if (!st.ok() && st.code() != kErrNotFound) return st;
   bool frozen = false;
-  ORVEL_RETURN_IF_ERROR(ctx.store->GetFreeze(static_cast<uint32_t>(view), &frozen));
+  {
+    Transaction tx(ctx.store.get(), false);  // both from one snapshot, one read lock
+    ORVEL_RETURN_IF_ERROR(tx.status());
+    Status st = ctx.store->GetState("status", &state);
+    if (!st.ok() && st.code() != kErrNotFound) return st;
+    ORVEL_RETURN_IF_ERROR(ctx.store->GetFreeze(static_cast<uint32_t>(view), &frozen));
+  }
   (*result)["status"] = state;
   (*result)["frozen"] = frozen;
   return Status::OK();
