@@ -102,6 +102,29 @@ TEST_F(StoreTest, OldDatabaseIsMigratedKeepingItsRows) {
   EXPECT_EQ(home.file_id, "r");
 }
 
+// A group of reads opens its own read transaction, or joins the one already
+// open and leaves it open for its owner to commit.
+TEST_F(StoreTest, ReadSnapshotJoinsAnOpenTransactionAndEndsOnlyItsOwn) {
+  Open();
+  {
+    ReadSnapshot snapshot(store_.get());
+    EXPECT_TRUE(store_->InTransaction());
+  }
+  EXPECT_FALSE(store_->InTransaction());
+  Transaction tx(store_.get(), true);
+  ASSERT_TRUE(tx.status().ok());
+  Node root = Add("", "", 1);
+  {
+    ReadSnapshot snapshot(store_.get());
+    Node seen;
+    EXPECT_TRUE(store_->GetById(root.file_id, &seen).ok());  // the write is visible inside
+  }
+  EXPECT_TRUE(store_->InTransaction());
+  ASSERT_TRUE(tx.Commit().ok());
+  Node kept;
+  EXPECT_TRUE(store_->GetById(root.file_id, &kept).ok());
+}
+
 // Each look-up runs in many folders; its statement must keep its compiled
 // plan whatever folder it is bound to.
 TEST_F(StoreTest, LookUpsKeepTheirCompiledPlanFromFolderToFolder) {

@@ -277,6 +277,7 @@ Status AccessItemRecords(RequestContext& ctx, const std::vector<Access>& items, 
                          std::vector<ItemRecord>* records) {
   records->clear();
   records->reserve(items.size());
+  ReadSnapshot snapshot(ctx.store.get());  // the marks, shares and links read together
   std::vector<std::string> ids;
   ids.reserve(items.size());
   for (const Access& a : items) ids.push_back(a.node.file_id);

@@ -71,6 +71,7 @@ class SqliteStore : public Store {
   void Rollback() override {
     if (!sqlite3_get_autocommit(db_)) Exec("ROLLBACK");
   }
+  bool InTransaction() const override { return !sqlite3_get_autocommit(db_); }
 
   Status GetById(const std::string& file_id, Node* out) override {
     return GetOne(std::string("SELECT ") + kColumns + " FROM nodes WHERE file_id = ?1", file_id,

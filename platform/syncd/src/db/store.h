@@ -113,6 +113,7 @@ class Store {
   virtual Status Begin(bool write) = 0;
   virtual Status Commit() = 0;
   virtual void Rollback() = 0;
+  virtual bool InTransaction() const = 0;
 
   // Nodes. Lookups return live rows only unless said otherwise.
   virtual Status GetById(const std::string& file_id, Node* out) = 0;   // also vanished rows
@@ -207,6 +208,24 @@ class Transaction {
   Store* store_;
   Status status_;
   bool done_ = false;
+};
+
+// A group of reads under one read transaction, or under the transaction
+// already open: one snapshot for the group, and one read lock instead of one
+// per statement. Nothing is written, so the end rolls back.
+class ReadSnapshot {
+ public:
+  explicit ReadSnapshot(Store* store)
+      : store_(store), own_(!store->InTransaction() && store->Begin(false).ok()) {}
+  ~ReadSnapshot() {
+    if (own_) store_->Rollback();
+  }
+  ReadSnapshot(const ReadSnapshot&) = delete;
+  ReadSnapshot& operator=(const ReadSnapshot&) = delete;
+
+ private:
+  Store* store_;
+  bool own_;  // began here; a failed BEGIN leaves each read on its own
 };
 
 // Opens the SQLite store at path, creating it and applying the missing
