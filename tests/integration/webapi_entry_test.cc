@@ -89,6 +89,17 @@ TEST_F(EntryCgi, PostFormFieldsOverrideQuery) {
   EXPECT_EQ("123", params["name"].asString());
 }
 
+// A value nested deeper than the JSON parser goes is text like any other
+// value that does not parse (the parser throws there instead of failing).
+TEST_F(EntryCgi, ParameterNestedTooDeepArrivesAsText) {
+  const std::string deep = std::string(300, '[') + std::string(300, ']');
+  std::string encoded;
+  for (char c : deep) encoded += c == '[' ? "%5B" : "%5D";
+  CgiOutput out = root_.Get("ZEMO.Test.Echo", "echo", "2", "deep=" + encoded);
+  ASSERT_TRUE(out.json["success"].asBool()) << out.raw;
+  EXPECT_EQ(deep, out.json["data"]["params"]["deep"].asString());
+}
+
 TEST_F(EntryCgi, CheckFunctionRefusesBeforeProcess) {
   CgiOutput refused = root_.Get("ZEMO.Test.Echo", "check", "3", "bad=1");
   EXPECT_EQ(120, refused.json["error"]["code"].asInt());

@@ -2,17 +2,27 @@
 // on ONE worker, two users and a link visitor take turns, and each request
 // sees only its own caller's files, parameters, headers, temp files and
 // link grant, while the worker is back to root between requests. A worker
-// whose identity cannot be restored ends instead of serving on.
+// whose identity cannot be restored ends instead of serving on. The worker
+// leaves hanging up a finished connection to lighttpd.
 #include <dirent.h>
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <set>
 #include <sstream>
 
+#include "fcgi/codec.h"
+#include "fcgi_client.h"
+#include "orvelcommon/scoped_fd.h"
 #include "stack.h"
 
 namespace orvel::test {
@@ -211,6 +221,46 @@ TEST_F(FcgiIsolationTest, AWorkerWhoseIdentityIsNotRestoredEnds) {
   // With no worker, a request gets no answer.
   CgiResult none = stack_->CallApiRaw("ann", kFiles, "list");
   EXPECT_EQ(none.exit_code, -1);
+}
+
+// Once the worker hangs up, lighttpd takes what the socket still holds in one
+// go and spools all past 64 KiB to disk, so the worker keeps a finished
+// connection open until newer ones push it out; lighttpd, done at
+// END_REQUEST, closes first.
+TEST_F(FcgiIsolationTest, AFinishedConnectionStaysOpenUntilNewerOnesEnd) {
+  CgiRequest info;
+  info.params = {{"api", "ZEMO.API.Info"}, {"method", "query"}, {"version", "1"}};
+  const std::vector<std::string> vars = {"REQUEST_METHOD=GET", "QUERY_STRING=api=ZEMO.API.Info&method=query&version=1",
+                                         "REMOTE_ADDR=127.0.0.1", "CONTENT_LENGTH=0"};
+  const std::string request = FcgiRequestBytes(vars, "", 1, false);
+  ScopedFd conn(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  sockaddr_un addr{};
+  addr.sun_family = AF_UNIX;
+  std::snprintf(addr.sun_path, sizeof(addr.sun_path), "%s", stack_->WorkerSocketPath().c_str());
+  ASSERT_EQ(::connect(conn.get(), reinterpret_cast<sockaddr*>(&addr), sizeof(addr)), 0) << std::strerror(errno);
+  ASSERT_EQ(::write(conn.get(), request.data(), request.size()), static_cast<ssize_t>(request.size()));
+  std::string in;
+  auto ended = [&in] {
+    for (const FcgiRecord& r : FcgiRecords(in)) {
+      if (r.type == zemo::fcgi::kEndRequest) return true;
+    }
+    return false;
+  };
+  char buf[65536];
+  while (!ended()) {
+    ssize_t n = ::read(conn.get(), buf, sizeof(buf));
+    ASSERT_GT(n, 0) << "the worker hung up before END_REQUEST";
+    in.append(buf, static_cast<size_t>(n));
+  }
+  EXPECT_NE(in.find("\"success\":true"), std::string::npos) << in;
+
+  // Nothing more comes and the worker has not hung up.
+  pollfd p = {conn.get(), POLLIN | POLLRDHUP, 0};
+  EXPECT_EQ(::poll(&p, 1, 200), 0) << "revents " << p.revents;
+  // Eight newer connections end; the first is closed then.
+  for (int i = 0; i < 8; ++i) EXPECT_TRUE(stack_->Cgi(info).Json()["success"].asBool()) << i;
+  ASSERT_EQ(::poll(&p, 1, 10000), 1);
+  EXPECT_EQ(::read(conn.get(), buf, sizeof(buf)), 0);
 }
 
 }  // namespace

@@ -29,6 +29,12 @@ TEST(UrlEncodedParams, ValueIsJsonWhenValidElseString) {
   for (const char* text : {"100abc", "[1,]", "{'a':1}", "1 // c", "", "NaN", "tru"}) {
     EXPECT_EQ(Json::Value(text), ParamValue(text)) << text;
   }
+  // One parser serves every value: a parse that failed half-way (open
+  // arrays, too deep) leaves nothing behind for the next one.
+  EXPECT_EQ(Json::Value("[[{\"a\":["), ParamValue("[[{\"a\":["));
+  EXPECT_TRUE(ParamValue(std::string(300, '[') + std::string(300, ']')).isString());
+  EXPECT_EQ(Json::Value(7), ParamValue("7"));
+  EXPECT_EQ(2u, ParamValue("[1,2]").size());
 }
 
 TEST(UrlEncodedParams, StringParamKeepsNumericText) {

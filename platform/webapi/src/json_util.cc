@@ -6,9 +6,11 @@
 
 namespace ZEMO {
 
-bool WebAPIUtil::ParseJson(const std::string& text, Json::Value& out) {
-  // Any JSON value may stand at the top (a parameter "100" is a number), but
-  // nothing else: no comments, no trailing garbage, no special floats.
+namespace {
+
+// Any JSON value may stand at the top (a parameter "100" is a number), but
+// nothing else: no comments, no trailing garbage, no special floats.
+std::unique_ptr<Json::CharReader> NewStrictReader() {
   Json::CharReaderBuilder builder;
   builder["allowComments"] = false;
   builder["allowTrailingCommas"] = false;
@@ -21,11 +23,23 @@ bool WebAPIUtil::ParseJson(const std::string& text, Json::Value& out) {
   builder["allowSpecialFloats"] = false;
   builder["skipBom"] = false;
   builder["stackLimit"] = 256;
-  std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+  return std::unique_ptr<Json::CharReader>(builder.newCharReader());
+}
+
+}  // namespace
+
+bool WebAPIUtil::ParseJson(const std::string& text, Json::Value& out) {
+  // A reader starts each parse afresh; building one costs more than a
+  // request's parameters take to parse, so each thread keeps its own.
+  thread_local const std::unique_ptr<Json::CharReader> reader = NewStrictReader();
   Json::Value value;
   std::string errors;
   const char* begin = text.data();
-  if (!reader->parse(begin, begin + text.size(), &value, &errors)) return false;
+  try {
+    if (!reader->parse(begin, begin + text.size(), &value, &errors)) return false;
+  } catch (const Json::Exception&) {
+    return false;  // nested past stackLimit: jsoncpp throws instead of failing
+  }
   out = std::move(value);
   return true;
 }

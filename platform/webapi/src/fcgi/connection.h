@@ -38,6 +38,12 @@ class Connection : public io::RawOutput {
   bool keep_conn() const { return decoder_.keep_conn(); }
   // Whether the connection may still be used (no failed read or write).
   bool usable() const { return !broken_; }
+  // Hands the socket over (for a close deferred by the caller); the
+  // connection is unusable afterwards.
+  io::ScopedFd TakeSocket() {
+    broken_ = true;
+    return std::move(fd_);
+  }
 
   // Body bytes of the open request into buf: how many, 0 at its end, -1
   // with errno (ECONNABORTED when the peer aborted, ECONNRESET when it

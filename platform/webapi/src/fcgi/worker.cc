@@ -75,6 +75,27 @@ cgi::CgiEnv EnvFromParams(const Pairs& params) {
   });
 }
 
+// The sockets of the last few finished connections, closed only when newer
+// ones push them out. lighttpd reads an answer 16 KiB at a time while it
+// sends to the client, holding at most 64 KiB; but once the worker has hung
+// up it drains what the socket still holds in one go, and whatever passes
+// 64 KiB goes through a temp file on disk (a 100-item listing: a file
+// created, written, sent and unlinked per request). lighttpd ends the
+// request at END_REQUEST and closes its side itself, so by the time kSlots
+// more connections have ended, closing ours only frees the descriptor.
+class DeferredCloses {
+ public:
+  void Add(io::ScopedFd fd) {
+    slots_[next_] = std::move(fd);  // closes the oldest
+    next_ = (next_ + 1) % kSlots;
+  }
+
+ private:
+  static constexpr size_t kSlots = 8;
+  io::ScopedFd slots_[kSlots];
+  size_t next_ = 0;
+};
+
 // Serves one request whose parameters are in; false when the connection
 // cannot be used further.
 void ServeOne(Connection* conn, cgi::WorkerCache* cache) {
@@ -111,6 +132,7 @@ int RunWorker() {
   orvel::KeepFreedHeapForReuse();
   cgi::WorkerCache cache;
   WEBAPI_LOG(Logger::kInfo, "FastCGI worker ready (%s)", start.ToString().c_str());
+  DeferredCloses finished;
   while (!io::TerminateReceived()) {
     int fd = ::accept4(0, nullptr, nullptr, SOCK_CLOEXEC);
     if (fd < 0) {
@@ -134,6 +156,7 @@ int RunWorker() {
       }
       if (!conn.keep_conn() || !conn.usable() || io::TerminateReceived()) break;
     }
+    finished.Add(conn.TakeSocket());
   }
   return 0;
 }
