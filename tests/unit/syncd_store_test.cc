@@ -13,6 +13,7 @@
 #include "db/list_sql.h"
 #include "db/schema.h"
 #include "db/store.h"
+#include "service_state.h"
 #include "tree.h"
 
 namespace orvel::syncd {
@@ -486,6 +487,38 @@ TEST_F(StoreTest, ServiceStateAndFreezePersist) {
   EXPECT_TRUE(frozen);
   ASSERT_TRUE(store_->GetFreeze(7, &frozen).ok());
   EXPECT_FALSE(frozen);
+}
+
+// The daemon's cache of those rows writes them before it changes, and a
+// change that could not be committed leaves it as it was.
+TEST_F(StoreTest, ServiceStateCacheFollowsOnlyCommittedRows) {
+  Open();
+  std::string state;
+  bool frozen = true;
+  ServiceState cache;
+  ASSERT_TRUE(cache.Get(store_.get(), 0, &state, &frozen).ok());
+  EXPECT_EQ(state, "enabled");
+  EXPECT_FALSE(frozen);
+  ASSERT_TRUE(cache.SetState(store_.get(), "disabled").ok());
+  ASSERT_TRUE(cache.SetFreeze(store_.get(), 0, true).ok());
+  ASSERT_TRUE(cache.SetFreeze(store_.get(), 3, true).ok());
+
+  ServiceState fresh;  // as after a restart: from the rows
+  ASSERT_TRUE(fresh.Get(store_.get(), 3, &state, &frozen).ok());
+  EXPECT_EQ(state, "disabled");
+  EXPECT_TRUE(frozen);
+
+  {
+    Transaction busy(store_.get(), true);  // the change's own BEGIN fails
+    ASSERT_TRUE(busy.status().ok());
+    EXPECT_FALSE(cache.SetState(store_.get(), "moving_db").ok());
+    EXPECT_FALSE(cache.SetFreeze(store_.get(), 0, false).ok());
+  }
+  ASSERT_TRUE(cache.Get(store_.get(), 0, &state, &frozen).ok());
+  EXPECT_EQ(state, "disabled");
+  EXPECT_TRUE(frozen);
+  ASSERT_TRUE(store_->GetState("status", &state).ok());
+  EXPECT_EQ(state, "disabled");
 }
 
 }  // namespace

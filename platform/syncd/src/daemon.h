@@ -18,6 +18,7 @@
 #include "db/pool.h"
 #include "orvelcommon/sync_config.h"
 #include "orvelcommon/user_db.h"
+#include "service_state.h"
 #include "space_fs.h"
 #include "token_throttle.h"
 #include "tree.h"
@@ -59,6 +60,9 @@ struct Daemon {
   uid_t self_uid = 0;
   uid_t web_uid = static_cast<uid_t>(-1);  // -1 when the web account is unknown
   int64_t started = 0;
+  // The service state and view 0's freeze flag, read by every request.
+  ServiceState service;
+
   // Requests dispatched since start (admin_stats "requests"): lets a test
   // count the round trips a web request makes.
   std::atomic<uint64_t> requests{0};

@@ -55,15 +55,11 @@ Status CheckCaller(RequestContext& ctx, unsigned flags) {
 }
 
 Status CheckServiceState(RequestContext& ctx, unsigned flags) {
-  std::string state = "enabled";
-  Status st = ctx.store->GetState("status", &state);
-  if (!st.ok() && st.code() != kErrNotFound) return st;
+  std::string state;
+  bool frozen = false;
+  ORVEL_RETURN_IF_ERROR(ctx.d->service.Get(ctx.store.get(), 0, &state, &frozen));
   if (state != "enabled") return Status(kErrBusy, "service is " + state);
-  if (flags & kOpWrite) {
-    bool frozen = false;
-    ORVEL_RETURN_IF_ERROR(ctx.store->GetFreeze(0, &frozen));
-    if (frozen) return Status(kErrBusy, "service is frozen (read-only)");
-  }
+  if ((flags & kOpWrite) && frozen) return Status(kErrBusy, "service is frozen (read-only)");
   return Status::OK();
 }
 

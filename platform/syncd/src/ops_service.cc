@@ -1,6 +1,6 @@
 // Service state, freeze mode, statistics and the unlink job queue
 // (docs/wire.md). The state and the freeze flags are rows of the database,
-// so they survive a restart.
+// so they survive a restart; ServiceState keeps them in memory.
 #include <unistd.h>
 
 #include <ctime>
@@ -15,15 +15,9 @@ namespace orvel::syncd {
 Status OpStatus(RequestContext& ctx, const PObject& args, PObject* result) {
   uint64_t view = 0;
   if (args.hasMember("view_id")) ORVEL_RETURN_IF_ERROR(ArgUInt(args, "view_id", &view));
-  std::string state = "enabled";
+  std::string state;
   bool frozen = false;
-  {
-    Transaction tx(ctx.store.get(), false);  // both from one snapshot, one read lock
-    ORVEL_RETURN_IF_ERROR(tx.status());
-    Status st = ctx.store->GetState("status", &state);
-    if (!st.ok() && st.code() != kErrNotFound) return st;
-    ORVEL_RETURN_IF_ERROR(ctx.store->GetFreeze(static_cast<uint32_t>(view), &frozen));
-  }
+  ORVEL_RETURN_IF_ERROR(ctx.d->service.Get(ctx.store.get(), static_cast<uint32_t>(view), &state, &frozen));
   (*result)["status"] = state;
   (*result)["frozen"] = frozen;
   return Status::OK();
@@ -32,8 +26,9 @@ Status OpStatus(RequestContext& ctx, const PObject& args, PObject* result) {
 Status OpFreezeGet(RequestContext& ctx, const PObject& args, PObject* result) {
   uint64_t view = 0;
   ORVEL_RETURN_IF_ERROR(ArgUInt(args, "view_id", &view));
+  std::string state;
   bool frozen = false;
-  ORVEL_RETURN_IF_ERROR(ctx.store->GetFreeze(static_cast<uint32_t>(view), &frozen));
+  ORVEL_RETURN_IF_ERROR(ctx.d->service.Get(ctx.store.get(), static_cast<uint32_t>(view), &state, &frozen));
   (*result)["frozen"] = frozen;
   return Status::OK();
 }
@@ -43,10 +38,7 @@ Status OpAdminSetStatus(RequestContext& ctx, const PObject& args, PObject*) {
   ORVEL_RETURN_IF_ERROR(ArgString(args, "status", &state));
   if (state != "enabled" && state != "disabled" && state != "moving_db")
     return Status(kErrInvalidArgument, "status must be enabled, disabled or moving_db: \"" + state + "\"");
-  Transaction tx(ctx.store.get(), true);
-  ORVEL_RETURN_IF_ERROR(tx.status());
-  ORVEL_RETURN_IF_ERROR(ctx.store->SetState("status", state));
-  return tx.Commit();
+  return ctx.d->service.SetState(ctx.store.get(), state);
 }
 
 Status OpAdminSetFreeze(RequestContext& ctx, const PObject& args, PObject*) {
@@ -55,19 +47,15 @@ Status OpAdminSetFreeze(RequestContext& ctx, const PObject& args, PObject*) {
   ORVEL_RETURN_IF_ERROR(ArgUInt(args, "view_id", &view));
   if (!args["frozen"].isBool()) return Status(kErrInvalidArgument, "argument \"frozen\" must be a boolean");
   ORVEL_RETURN_IF_ERROR(ArgBool(args, "frozen", &frozen));
-  Transaction tx(ctx.store.get(), true);
-  ORVEL_RETURN_IF_ERROR(tx.status());
-  ORVEL_RETURN_IF_ERROR(ctx.store->SetFreeze(static_cast<uint32_t>(view), frozen));
-  return tx.Commit();
+  return ctx.d->service.SetFreeze(ctx.store.get(), static_cast<uint32_t>(view), frozen);
 }
 
 Status OpAdminStats(RequestContext& ctx, const PObject&, PObject* result) {
   StoreStats s;
   ORVEL_RETURN_IF_ERROR(ctx.store->Stats(&s));
-  std::string state = "enabled";
-  ctx.store->GetState("status", &state);
+  std::string state;
   bool frozen = false;
-  ctx.store->GetFreeze(0, &frozen);
+  ORVEL_RETURN_IF_ERROR(ctx.d->service.Get(ctx.store.get(), 0, &state, &frozen));
   PObject& r = *result;
   r["status"] = state;
   r["frozen"] = frozen;
