@@ -90,7 +90,7 @@ TEST(ItemRecordFastPaths, PackedRecordsAreTheBytesOfTheMaps) {
 
 // Every width of every kind: integers on each side of each encoding's
 // limit, strings and lists of each length class.
-TEST(ItemRecordFastPaths, PackedRecordsMatchTheMapsAtEveryEncodingLimit) {
+std::vector<orvel::ItemRecord> RecordsAtEveryEncodingLimit() {
   const uint64_t unsigned_limits[] = {0, 127, 128, 255, 256, 65535, 65536, 0xffffffffull, 0x100000000ull, ~0ull};
   const int signed_limits[] = {-1, -32, -33, -128, -129, -32768, -32769, INT_MIN, 0, 127, 128, 65536, INT_MAX};
   const size_t lengths[] = {0, 31, 32, 255, 256, 65535, 65536};
@@ -117,14 +117,20 @@ TEST(ItemRecordFastPaths, PackedRecordsMatchTheMapsAtEveryEncodingLimit) {
     r.permissions.resize(n);
     records.push_back(r);
   }
+  return records;
+}
+
+TEST(ItemRecordFastPaths, PackedRecordsMatchTheMapsAtEveryEncodingLimit) {
+  const std::vector<orvel::ItemRecord> records = RecordsAtEveryEncodingLimit();
   PObject maps = PObject::MakeArray();
   for (const auto& r : records) maps.push_back(orvel::ItemRecordToPObject(r));
   EXPECT_EQ(orvel::wire::Encode(orvel::PackedItemRecords(records)), orvel::wire::Encode(maps));
 }
 
 // Packs {"ok": true, "result": {"total": 2, "items": [<items>]}} by hand,
-// so that a test can put any value where a record is expected.
-std::string AnswerWith(void (*items)(msgpack_packer*)) {
+// so that a test can put any value where a record is expected (and more
+// members after it, with result_members).
+std::string AnswerWith(void (*items)(msgpack_packer*), size_t result_members = 2) {
   msgpack_sbuffer sbuf;
   msgpack_sbuffer_init(&sbuf);
   msgpack_packer pk;
@@ -134,7 +140,7 @@ std::string AnswerWith(void (*items)(msgpack_packer*)) {
   key("ok");
   msgpack_pack_true(&pk);
   key("result");
-  msgpack_pack_map(&pk, 2);
+  msgpack_pack_map(&pk, result_members);
   key("total");
   msgpack_pack_uint64(&pk, 2);
   key("items");
@@ -145,6 +151,29 @@ std::string AnswerWith(void (*items)(msgpack_packer*)) {
 }
 
 void PackKey(msgpack_packer* pk, const char* k) { msgpack_pack_str_with_body(pk, k, std::strlen(k)); }
+
+// DecodeWithItems gives, record for record, what the general decoder and
+// ItemRecordFromPObject give, and the rest of the answer as Decode does.
+void ExpectDecodedAsTheMapsAre(const std::string& bytes, const std::string& what) {
+  PObject slow;
+  ASSERT_TRUE(orvel::wire::Decode(bytes.data(), bytes.size(), &slow).ok()) << what;
+  std::vector<orvel::ItemRecord> expected;
+  for (const PObject& p : slow["result"]["items"].asArray()) {
+    expected.emplace_back();
+    orvel::ItemRecordFromPObject(p, expected.back());
+  }
+  PObject fast;
+  std::vector<orvel::ItemRecord> records(5);
+  ASSERT_TRUE(orvel::wire::DecodeWithItems(bytes.data(), bytes.size(), &fast, &records).ok()) << what;
+  ASSERT_EQ(records.size(), expected.size()) << what;
+  for (size_t r = 0; r < records.size(); ++r) {
+    EXPECT_EQ(orvel::wire::Encode(orvel::ItemRecordToPObject(records[r])),
+              orvel::wire::Encode(orvel::ItemRecordToPObject(expected[r])))
+        << what << ", record " << r;
+  }
+  slow["result"].remove("items");
+  EXPECT_EQ(fast, slow) << what;
+}
 
 TEST(ItemRecordFastPaths, DecodedRecordsAreWhatTheMapsGive) {
   void (*const cases[])(msgpack_packer*) = {
@@ -184,26 +213,50 @@ TEST(ItemRecordFastPaths, DecodedRecordsAreWhatTheMapsGive) {
       [](msgpack_packer* pk) { msgpack_pack_str_with_body(pk, "not a list", 10); },
   };
   for (size_t i = 0; i < sizeof(cases) / sizeof(cases[0]); ++i) {
-    const std::string bytes = AnswerWith(cases[i]);
-    PObject slow;
-    ASSERT_TRUE(orvel::wire::Decode(bytes.data(), bytes.size(), &slow).ok()) << i;
-    std::vector<orvel::ItemRecord> expected;
-    for (const PObject& p : slow["result"]["items"].asArray()) {
-      expected.emplace_back();
-      orvel::ItemRecordFromPObject(p, expected.back());
-    }
-    PObject fast;
-    std::vector<orvel::ItemRecord> records(5);
-    ASSERT_TRUE(orvel::wire::DecodeWithItems(bytes.data(), bytes.size(), &fast, &records).ok()) << i;
-    ASSERT_EQ(records.size(), expected.size()) << i;
-    for (size_t r = 0; r < records.size(); ++r) {
-      EXPECT_EQ(orvel::wire::Encode(orvel::ItemRecordToPObject(records[r])),
-                orvel::wire::Encode(orvel::ItemRecordToPObject(expected[r])))
-          << "case " << i << " record " << r;
-    }
-    slow["result"].remove("items");
-    EXPECT_EQ(fast, slow) << i;
+    ExpectDecodedAsTheMapsAre(AnswerWith(cases[i]), "case " + std::to_string(i));
   }
+}
+
+// A listing's answer as the daemon sends it: the records packed straight,
+// next to other members of "result". The records are read straight from the
+// bytes when every one is exactly as the packer writes it; one record in
+// another form (a binary name, a wide "type"), or a repeated "items", sends
+// the whole answer the general way. Either way the result is the same.
+TEST(ItemRecordFastPaths, PackedPagesDecodeToTheRecordsTheyCameFrom) {
+  std::vector<orvel::ItemRecord> records = RecordsAtEveryEncodingLimit();
+  records.push_back(FullRecord());
+  std::vector<orvel::ItemRecord> fixint_types;  // "type" in one byte, as the daemon's 0, 1 and 2
+  for (const orvel::ItemRecord& r : records) {
+    if (r.type >= -32 && r.type <= 127) fixint_types.push_back(r);
+  }
+  auto answer = [](const std::vector<orvel::ItemRecord>& page) {
+    PObject result = PObject::MakeMap();
+    result["items"] = orvel::PackedItemRecords(page);
+    result["total"] = static_cast<unsigned long long>(page.size());
+    result["offset"] = 0ull;
+    return orvel::wire::Encode(orvel::wire::OkAnswer(std::move(result)));
+  };
+  ExpectDecodedAsTheMapsAre(answer(fixint_types), "every encoding limit, fixint types");
+  ExpectDecodedAsTheMapsAre(answer(records), "wider types too");
+  ExpectDecodedAsTheMapsAre(answer({}), "an empty page");
+
+  std::vector<orvel::ItemRecord> page(3, FullRecord());
+  std::string bytes = answer(page);
+  const std::string name = std::string("\xa4name\xa1") + "a";  // "name": "a" as the packer writes it
+  const size_t last = bytes.rfind(name);
+  ASSERT_NE(last, std::string::npos);
+  bytes[last + 5] = '\xc4';  // the last record's name as bin 8 of one byte
+  bytes.insert(last + 6, 1, '\x01');
+  ExpectDecodedAsTheMapsAre(bytes, "a binary name in the last record");
+
+  ExpectDecodedAsTheMapsAre(AnswerWith([](msgpack_packer* pk) {
+                              const std::string packed =
+                                  orvel::wire::Encode(orvel::PackedItemRecords({FullRecord()}));
+                              pk->callback(pk->data, packed.data(), packed.size());
+                              PackKey(pk, "items");
+                              msgpack_pack_array(pk, 0);
+                            }, 3),
+                            "items twice");
 }
 
 TEST(ItemRecordFastPaths, MalformedRecordsFailAsTheGeneralDecoderDoes) {

@@ -291,6 +291,154 @@ void PackItemRecord(PackBuffer* pk, const ItemRecord& f) {
   w.Int("type", f.type);
 }
 
+// Reads back exactly what PackItemRecord writes and nothing else: the same
+// members in the same order, each in the kind the packer gives it. Anything
+// else (another order, a missing or extra member, a binary string, a float)
+// makes it fail, and the caller decodes the whole message the general way;
+// so for every input it accepts, it gives what ItemRecordFromMsgpack gives,
+// without building msgpack-c's object tree first.
+class CanonicalReader {
+ public:
+  CanonicalReader(const char* data, size_t len, size_t off)
+      : p_(reinterpret_cast<const unsigned char*>(data)), len_(len), off_(off) {}
+  size_t off() const { return off_; }
+
+  // A map of exactly n members, in the header the packer writes for n.
+  bool Map(size_t n) {
+    if (n < 16) return Byte(static_cast<unsigned char>(0x80 | n));
+    uint64_t got = 0;
+    return Byte(0xde) && BigEndian(2, &got) && got == n;
+  }
+  bool Array(size_t* n) {
+    if (off_ >= len_) return false;
+    const unsigned b = p_[off_];
+    uint64_t got = 0;
+    if (b >= 0x90 && b <= 0x9f) got = b & 0x0f, ++off_;
+    else if (!((b == 0xdc && (++off_, BigEndian(2, &got))) || (b == 0xdd && (++off_, BigEndian(4, &got))))) return false;
+    *n = static_cast<size_t>(got);
+    return true;
+  }
+  // The key k, as the packer writes keys (all under 32 bytes: fixstr).
+  bool Key(std::string_view k) {
+    if (!Byte(static_cast<unsigned char>(0xa0 | k.size())) || len_ - off_ < k.size()) return false;
+    if (std::memcmp(p_ + off_, k.data(), k.size()) != 0) return false;
+    off_ += k.size();
+    return true;
+  }
+  bool Str(std::string* out) {
+    if (off_ >= len_) return false;
+    const unsigned b = p_[off_++];
+    uint64_t n = 0;
+    if (b >= 0xa0 && b <= 0xbf) n = b & 0x1f;
+    else if (!((b == 0xd9 && BigEndian(1, &n)) || (b == 0xda && BigEndian(2, &n)) || (b == 0xdb && BigEndian(4, &n))))
+      return false;
+    if (len_ - off_ < n) return false;
+    out->assign(reinterpret_cast<const char*>(p_ + off_), static_cast<size_t>(n));
+    off_ += static_cast<size_t>(n);
+    return true;
+  }
+  bool UInt(uint64_t* v) {
+    if (off_ >= len_) return false;
+    const unsigned b = p_[off_++];
+    if (b <= 0x7f) return *v = b, true;
+    if (b < 0xcc || b > 0xcf) return false;
+    return BigEndian(size_t{1} << (b - 0xcc), v);
+  }
+  bool UInt32(uint32_t* v) {  // as U32 reads it: the low 32 bits
+    uint64_t w = 0;
+    if (!UInt(&w)) return false;
+    *v = static_cast<uint32_t>(w);
+    return true;
+  }
+  bool Bool(bool* v) {
+    if (off_ >= len_ || (p_[off_] != 0xc2 && p_[off_] != 0xc3)) return false;
+    *v = p_[off_++] == 0xc3;
+    return true;
+  }
+  // A fixint (-32 to 127), the only kind "type" comes in.
+  bool SmallInt(int* v) {
+    if (off_ >= len_) return false;
+    const unsigned b = p_[off_];
+    if (b > 0x7f && b < 0xe0) return false;
+    *v = static_cast<int>(static_cast<signed char>(b));
+    ++off_;
+    return true;
+  }
+
+ private:
+  bool Byte(unsigned char b) {
+    if (off_ >= len_ || p_[off_] != b) return false;
+    ++off_;
+    return true;
+  }
+  bool BigEndian(size_t n, uint64_t* v) {
+    if (len_ - off_ < n) return false;
+    uint64_t r = 0;
+    for (size_t i = 0; i < n; ++i) r = (r << 8) | p_[off_ + i];
+    off_ += n;
+    *v = r;
+    return true;
+  }
+
+  const unsigned char* p_;
+  size_t len_;
+  size_t off_;
+};
+
+bool ReadCanonicalLabel(CanonicalReader& r, LabelInfo* l) {
+  return r.Map(3) && r.Key("color") && r.Str(&l->color) && r.Key("label_id") && r.Str(&l->label_id) &&
+         r.Key("name") && r.Str(&l->name);
+}
+
+bool ReadCanonicalPermission(CanonicalReader& r, PermissionInfo* p) {
+  return r.Map(5) && r.Key("inherited") && r.Bool(&p->inherited) && r.Key("name") && r.Str(&p->name) &&
+         r.Key("permission_id") && r.Str(&p->permission_id) && r.Key("role") && r.Str(&p->role) &&
+         r.Key("type") && r.Str(&p->type);
+}
+
+template <typename T>
+bool ReadCanonicalList(CanonicalReader& r, std::string_view key, bool (*read)(CanonicalReader&, T*),
+                       std::vector<T>* out) {
+  size_t n = 0;
+  if (!r.Key(key) || !r.Array(&n)) return false;
+  out->clear();
+  for (size_t i = 0; i < n; ++i) {  // grown as elements are read, never from the count alone
+    out->emplace_back();
+    if (!read(r, &out->back())) return false;
+  }
+  return true;
+}
+
+// The members in PackItemRecord's order.
+bool ReadCanonicalRecord(CanonicalReader& r, ItemRecord* f) {
+  Capabilities& c = f->capabilities;
+  return r.Map(32) && r.Key("access_time") && r.UInt32(&f->access_time) && r.Key("adv_shared") &&
+         r.Bool(&f->adv_shared) && r.Key("app_properties") && r.Str(&f->app_properties) &&
+         r.Key("capabilities") && r.Map(9) && r.Key("can_comment") && r.Bool(&c.can_comment) &&
+         r.Key("can_delete") && r.Bool(&c.can_delete) && r.Key("can_encrypt") && r.Bool(&c.can_encrypt) &&
+         r.Key("can_organize") && r.Bool(&c.can_organize) && r.Key("can_preview") && r.Bool(&c.can_preview) &&
+         r.Key("can_read") && r.Bool(&c.can_read) && r.Key("can_rename") && r.Bool(&c.can_rename) &&
+         r.Key("can_share") && r.Bool(&c.can_share) && r.Key("can_write") && r.Bool(&c.can_write) &&
+         r.Key("change_time") && r.UInt32(&f->change_time) && r.Key("content_snippet") &&
+         r.Str(&f->content_snippet) && r.Key("content_type") && r.Str(&f->content_type) &&
+         r.Key("created_time") && r.UInt32(&f->created_time) && r.Key("display_path") &&
+         r.Str(&f->display_path) && r.Key("encrypted") && r.Bool(&f->encrypted) && r.Key("file_id") &&
+         r.Str(&f->file_id) && r.Key("hash") && r.Str(&f->hash) &&
+         ReadCanonicalList<LabelInfo>(r, "labels", ReadCanonicalLabel, &f->labels) && r.Key("max_id") &&
+         r.UInt(&f->max_id) && r.Key("modified_time") && r.UInt32(&f->modified_time) && r.Key("name") &&
+         r.Str(&f->name) && r.Key("original_path") && r.Str(&f->original_path) && r.Key("owner") &&
+         r.Map(3) && r.Key("display_name") && r.Str(&f->owner_display_name) && r.Key("name") &&
+         r.Str(&f->owner_name) && r.Key("uid") && r.UInt32(&f->owner_uid) && r.Key("parent_id") &&
+         r.Str(&f->parent_id) && r.Key("path") && r.Str(&f->path) && r.Key("permanent_link") &&
+         r.Str(&f->permanent_link) &&
+         ReadCanonicalList<PermissionInfo>(r, "permissions", ReadCanonicalPermission, &f->permissions) &&
+         r.Key("properties") && r.Str(&f->properties) && r.Key("removed") && r.Bool(&f->removed) &&
+         r.Key("revisions") && r.UInt32(&f->revisions) && r.Key("shared") && r.Bool(&f->shared) &&
+         r.Key("size") && r.UInt(&f->size) && r.Key("starred") && r.Bool(&f->starred) && r.Key("sync_id") &&
+         r.UInt(&f->sync_id) && r.Key("sync_to_device") && r.Bool(&f->sync_to_device) && r.Key("tpx_path") &&
+         r.Str(&f->tpx_path) && r.Key("type") && r.SmallInt(&f->type);
+}
+
 }  // namespace
 
 PObject PackedItemRecords(const std::vector<ItemRecord>& records) {
@@ -319,6 +467,22 @@ bool Decodable(const msgpack_object& o) {
     case MSGPACK_OBJECT_EXT: return false;
     default: return true;
   }
+}
+
+bool CanonicalItemsFrom(const char* data, size_t len, size_t* off, std::vector<ItemRecord>* out) {
+  CanonicalReader r(data, len, *off);
+  size_t n = 0;
+  if (!r.Array(&n)) return false;
+  out->clear();
+  // A canonical record takes over 300 bytes: the count cannot reserve more
+  // than the message could hold.
+  out->reserve(std::min(n, (len - *off) / 300));
+  for (size_t i = 0; i < n; ++i) {
+    out->emplace_back();
+    if (!ReadCanonicalRecord(r, &out->back())) return false;
+  }
+  *off = r.off();
+  return true;
 }
 
 bool ItemRecordFromMsgpack(const msgpack_object& o, ItemRecord* out) {

@@ -105,9 +105,11 @@ uint64_t ReadBE(const unsigned char* p, size_t n) {
 // reads the elements, so a few bytes could otherwise ask for gigabytes. With
 // this check the unpacker's memory stays proportional to the message, and
 // the number of values (each a PObject of about a hundred bytes) is bounded.
-bool ShapeFits(const char* data, size_t len) {
+//
+// WalkValue walks the one value at *off and moves *off past it.
+bool WalkValue(const char* data, size_t len, size_t* at) {
   const auto* p = reinterpret_cast<const unsigned char*>(data);
-  size_t off = 0;
+  size_t off = *at;
   uint64_t pending = 1;  // objects still to read; each needs at least a byte
   uint64_t total = 1;    // objects announced so far
   while (pending > 0) {
@@ -159,7 +161,13 @@ bool ShapeFits(const char* data, size_t len) {
       total += is_map ? 2 * count : count;
     }
   }
+  *at = off;
   return true;
+}
+
+bool ShapeFits(const char* data, size_t len) {
+  size_t off = 0;
+  return WalkValue(data, len, &off);
 }
 
 // Reads exactly len bytes; 0 on success, else errno (0 read at start = EOF).
@@ -238,6 +246,82 @@ bool UnpackMessage(const char* data, size_t len, Fn fn) {
   return ok;
 }
 
+// A length or count of n big-endian bytes at data[*off].
+bool LengthAt(const char* data, size_t len, size_t* off, size_t n, uint64_t* v) {
+  if (len - *off < n) return false;
+  *v = ReadBE(reinterpret_cast<const unsigned char*>(data) + *off, n);
+  *off += n;
+  return true;
+}
+
+// The map header at *off, in any of its encodings: its count in *n.
+bool MapAt(const char* data, size_t len, size_t* off, uint64_t* n) {
+  if (*off >= len) return false;
+  const unsigned b = static_cast<unsigned char>(data[(*off)++]);
+  if (b >= 0x80 && b <= 0x8f) return *n = b & 0x0f, true;
+  if (b == 0xde) return LengthAt(data, len, off, 2, n);
+  if (b == 0xdf) return LengthAt(data, len, off, 4, n);
+  return false;
+}
+
+// The string at *off, in any of its encodings (not a binary).
+bool StrAt(const char* data, size_t len, size_t* off, std::string* s) {
+  if (*off >= len) return false;
+  const unsigned b = static_cast<unsigned char>(data[(*off)++]);
+  uint64_t n = 0;
+  if (b >= 0xa0 && b <= 0xbf) n = b & 0x1f;
+  else if (!((b == 0xd9 && LengthAt(data, len, off, 1, &n)) || (b == 0xda && LengthAt(data, len, off, 2, &n)) ||
+             (b == 0xdb && LengthAt(data, len, off, 4, &n))))
+    return false;
+  if (len - *off < n) return false;
+  s->assign(data + *off, static_cast<size_t>(n));
+  *off += static_cast<size_t>(n);
+  return true;
+}
+
+// The value at *off decoded the general way (Decode) into *out.
+bool ValueAt(const char* data, size_t len, size_t* off, PObject* out) {
+  const size_t start = *off;
+  return WalkValue(data, len, off) && Decode(data + start, *off - start, out).ok();
+}
+
+// A listing's answer, {"ok": ..., "result": {"items": [...], ...}}, whose
+// items are exactly as PackedItemRecords writes them: the records are read
+// straight from the bytes, every other value the general way. It gives what
+// UnpackWithItems gives. False, with *out untouched, for any other shape (no
+// "items", a repeated key, a record in another form): the caller then
+// decodes the general way.
+bool DecodeCanonicalAnswer(const char* data, size_t len, PObject* out, std::vector<ItemRecord>* items) {
+  size_t off = 0;
+  uint64_t members = 0;
+  if (!MapAt(data, len, &off, &members)) return false;
+  PObject answer = PObject::MakeMap();
+  bool got_items = false;
+  std::string key;
+  for (uint64_t i = 0; i < members; ++i) {
+    if (!StrAt(data, len, &off, &key) || answer.hasMember(key)) return false;
+    if (key != "result") {
+      if (!ValueAt(data, len, &off, &answer[key])) return false;
+      continue;
+    }
+    uint64_t result_members = 0;
+    if (!MapAt(data, len, &off, &result_members)) return false;
+    PObject& result = answer[key] = PObject::MakeMap();
+    for (uint64_t j = 0; j < result_members; ++j) {
+      if (!StrAt(data, len, &off, &key)) return false;
+      if (key == "items") {
+        if (got_items || !wire_internal::CanonicalItemsFrom(data, len, &off, items)) return false;
+        got_items = true;
+      } else if (result.hasMember(key) || !ValueAt(data, len, &off, &result[key])) {
+        return false;
+      }
+    }
+  }
+  if (!got_items || off != len) return false;
+  *out = std::move(answer);
+  return true;
+}
+
 // Reads one frame's body into *body.
 Status ReadFrameBody(int fd, std::string* body, bool* eof) {
   if (eof) *eof = false;
@@ -278,6 +362,7 @@ Status Decode(const char* data, size_t len, PObject* out) {
 }
 
 Status DecodeWithItems(const char* data, size_t len, PObject* out, std::vector<ItemRecord>* items) {
+  if (DecodeCanonicalAnswer(data, len, out, items)) return Status::OK();
   if (!UnpackMessage(data, len, [&](const msgpack_object& o) { return UnpackWithItems(o, out, items); })) {
     return Status(kErrInvalidArgument, "malformed message");
   }
