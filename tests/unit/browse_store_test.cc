@@ -185,6 +185,15 @@ TEST_F(BrowseStoreTest, MarksAmongAPageAreTheCallersAndAnyonesShares) {
   EXPECT_EQ(labels, (std::vector<std::string>{"a:home", "a:Work"}));
   ASSERT_TRUE(b_->MarksAmong("alice", {"docs"}, &marks).ok());
   EXPECT_TRUE(marks.starred.empty() && marks.shared.empty() && marks.labels.empty());
+  // A caller with no stars or labels of their own, then a space with links
+  // and no shares: each table is looked at only when it may hold a mark.
+  ASSERT_TRUE(b_->MarksAmong("carol", {"a", "b", "c"}, &marks).ok());
+  EXPECT_TRUE(marks.starred.empty() && marks.labels.empty());
+  EXPECT_EQ(marks.shared, (std::set<std::string>{"b", "c"}));
+  ASSERT_TRUE(b_->RemoveShare("b", "user", "bob").ok());
+  ASSERT_TRUE(b_->MarksAmong("alice", {"a", "b", "c"}, &marks).ok());
+  EXPECT_EQ(marks.starred, (std::set<std::string>{"a"}));
+  EXPECT_EQ(marks.shared, (std::set<std::string>{"c"}));
 }
 
 TEST_F(BrowseStoreTest, LabelsAreUniquePerUserIgnoringCase) {

@@ -150,20 +150,35 @@ class SqliteBrowseStore : public BrowseStore {
     // The page's ids drive each look-up, one probe per id in each table's
     // file_id index. ("file_id IN (SELECT value FROM json_each(?))" would
     // first build a temporary index of the ids for every table.)
-    std::string json = JsonArray(ids);
+    // Most users have no stars or labels, and many spaces no shares or
+    // links: one probe per table says which may hold a mark, and the ids are
+    // looked up only there (CASE, because SQLite evaluates both sides of an
+    // AND).
     Status st;
+    bool any_star = false, any_label = false, any_share = false;
     {
       CachedStmt s = c_.Prepare(
-          "SELECT j.value, EXISTS (SELECT 1 FROM stars WHERE user = ?1 AND file_id = j.value),"
-          " EXISTS (SELECT 1 FROM shares WHERE file_id = j.value) OR"
-          " EXISTS (SELECT 1 FROM links WHERE file_id = j.value) FROM json_each(?2) j");
-      s.Bind(1, user).Bind(2, json);
+          "SELECT EXISTS (SELECT 1 FROM stars WHERE user = ?1), EXISTS (SELECT 1 FROM item_labels WHERE user = ?1),"
+          " EXISTS (SELECT 1 FROM shares) OR EXISTS (SELECT 1 FROM links)");
+      s.Bind(1, user);
+      if (s.Step(&st)) any_star = s.Int(0) != 0, any_label = s.Int(1) != 0, any_share = s.Int(2) != 0;
+      ORVEL_RETURN_IF_ERROR(st);
+    }
+    std::string json = JsonArray(ids);
+    if (any_star || any_share) {
+      CachedStmt s = c_.Prepare(
+          "SELECT j.value,"
+          " CASE WHEN ?3 THEN EXISTS (SELECT 1 FROM stars WHERE user = ?1 AND file_id = j.value) ELSE 0 END,"
+          " CASE WHEN ?4 THEN EXISTS (SELECT 1 FROM shares WHERE file_id = j.value) OR"
+          " EXISTS (SELECT 1 FROM links WHERE file_id = j.value) ELSE 0 END FROM json_each(?2) j");
+      s.Bind(1, user).Bind(2, json).Bind(3, int64_t{any_star}).Bind(4, int64_t{any_share});
       while (s.Step(&st)) {
         if (s.Int(1)) out->starred.insert(s.Text(0));
         if (s.Int(2)) out->shared.insert(s.Text(0));
       }
       ORVEL_RETURN_IF_ERROR(st);
     }
+    if (!any_label) return Status::OK();
     CachedStmt s = c_.Prepare(
         "SELECT i.file_id, l.label_id, l.name, l.color FROM json_each(?2) j CROSS JOIN item_labels i"
         " ON i.file_id = j.value AND i.user = ?1 JOIN labels l ON l.label_id = i.label_id"
