@@ -44,8 +44,11 @@ uint64_t FillMixedFolder(const std::string& dir, uint64_t total) {
   return written;
 }
 
+// The envelope's "success" member comes last, so the answer is searched from
+// its end: a forward search stopped at every quote of a 100 KB listing, and
+// took the load generator as much CPU as lighttpd spent relaying it.
 bool ApiOk(const HttpAnswer& a) {
-  return a.status == 200 && a.body.find("\"success\":true") != std::string::npos;
+  return a.status == 200 && a.body.rfind("\"success\":true") != std::string::npos;
 }
 
 bool FileOk(const HttpAnswer& a) {

@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
@@ -55,15 +56,14 @@ bool KeepAliveConnection::Connect() {
 }
 
 bool KeepAliveConnection::ReadMore() {
-  char buf[65536];
+  // Straight into the buffer's free end, not through a copy.
+  const size_t used = in_.size();
+  in_.resize(used + 65536);
   for (;;) {
-    const ssize_t n = ::read(fd_, buf, sizeof(buf));
-    if (n > 0) {
-      in_.append(buf, static_cast<size_t>(n));
-      return true;
-    }
+    const ssize_t n = ::read(fd_, in_.data() + used, 65536);
     if (n < 0 && errno == EINTR) continue;
-    return false;
+    in_.resize(used + static_cast<size_t>(std::max<ssize_t>(n, 0)));
+    return n > 0;
   }
 }
 
@@ -97,8 +97,13 @@ bool KeepAliveConnection::ReadBody(HttpAnswer* answer) {
   while (in_.size() < size) {
     if (!ReadMore()) return false;
   }
-  answer->body = in_.substr(0, size);
-  in_.erase(0, size);
+  if (in_.size() == size) {
+    answer->body.swap(in_);  // the usual case: nothing after the answer
+    in_.clear();
+  } else {
+    answer->body = in_.substr(0, size);
+    in_.erase(0, size);
+  }
   return true;
 }
 
