@@ -3,8 +3,9 @@
 
 #include <syslog.h>
 
-#include <cinttypes>
+#include <charconv>
 #include <cstdio>
+#include <cstring>
 
 #include "zemo/json_text.h"
 
@@ -66,32 +67,47 @@ class TextSink {
   }
   bool Tree(const char* key, const Json::Value& v) {
     Prefix(key);
+    if (v.isObject() && v.empty()) {  // most items' properties
+      out_->append("{}", 2);
+      return true;
+    }
     return zemo::AppendCompactJson(v, out_);
   }
 
  private:
+  // The comma before a member that is not its container's first, then the
+  // quoted key: one append instead of four.
   void Prefix(const char* key) {
-    if (!first_.empty()) {
-      if (!first_.back()) out_->push_back(',');
-      first_.back() = false;
+    char buf[80];
+    size_t n = 0;
+    if (depth_ > 0) {
+      if (!first_[depth_ - 1]) buf[n++] = ',';
+      first_[depth_ - 1] = false;
     }
     if (key != nullptr) {
-      out_->push_back('"');
-      out_->append(key);
-      out_->append("\":", 2);
+      const size_t len = std::strlen(key);  // the keys below, all short
+      buf[n++] = '"';
+      std::memcpy(buf + n, key, len);
+      n += len;
+      buf[n++] = '"';
+      buf[n++] = ':';
     }
+    if (n > 0) out_->append(buf, n);
   }
   void Open(const char* key, char opener) {
     Prefix(key);
     out_->push_back(opener);
-    first_.push_back(true);
+    first_[depth_++] = true;
   }
   void Close(char closer) {
     out_->push_back(closer);
-    first_.pop_back();
+    --depth_;
   }
   std::string* out_;
-  std::vector<char> first_;  // per open container: nothing written in it yet
+  // Per open container, whether nothing was written in it yet. An item's
+  // text nests four deep at most (item, shared_with, a permission).
+  bool first_[8] = {};
+  size_t depth_ = 0;
 };
 
 const char* TypeName(int type) {
@@ -101,9 +117,9 @@ const char* TypeName(int type) {
 }
 
 std::string Decimal(uint64_t value) {
-  char text[32];
-  snprintf(text, sizeof(text), "%" PRIu64, value);
-  return text;
+  char text[24];
+  const std::to_chars_result r = std::to_chars(text, text + sizeof(text), value);
+  return std::string(text, r.ptr);
 }
 
 // Parses a JSON text (comments allowed) into out; false on a syntax error.
