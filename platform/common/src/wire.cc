@@ -322,8 +322,26 @@ bool DecodeCanonicalAnswer(const char* data, size_t len, PObject* out, std::vect
   return true;
 }
 
-// Reads one frame's body into *body.
-Status ReadFrameBody(int fd, std::string* body, bool* eof) {
+// Each thread's buffers for frames on their way in and on their way out.
+// They keep their size between frames: a listing's frames are about 80 KB,
+// and a fresh string for each meant a zero-filled allocation on the way in
+// and five reallocations on the way out. One far larger than usual is let go
+// after use.
+constexpr size_t kKeptFrameBuffer = 1u << 20;
+std::string& ThreadFrameBuffer() {  // frames read
+  thread_local std::string buffer;
+  return buffer;
+}
+std::string& ThreadOutBuffer() {  // frames written
+  thread_local std::string buffer;
+  return buffer;
+}
+void TrimFrameBuffer(std::string* buffer) {
+  if (buffer->capacity() > kKeptFrameBuffer) std::string().swap(*buffer);
+}
+
+// Reads one frame's body into the thread's buffer: its first *len bytes.
+Status ReadFrameBody(int fd, const char** body, size_t* len, bool* eof) {
   if (eof) *eof = false;
   unsigned char hdr[4];
   size_t got = 0;
@@ -334,9 +352,12 @@ Status ReadFrameBody(int fd, std::string* body, bool* eof) {
   }
   uint32_t n = (uint32_t{hdr[0]} << 24) | (uint32_t{hdr[1]} << 16) | (uint32_t{hdr[2]} << 8) | hdr[3];
   if (n > kMaxFrameBytes) return Status(kErrInvalidArgument, "frame too large");
-  body->resize(n);
-  err = ReadFull(fd, body->data(), n, &got);
+  std::string& buffer = ThreadFrameBuffer();
+  if (buffer.size() < n) buffer.resize(n);  // grows only; what it held is overwritten
+  err = ReadFull(fd, buffer.data(), n, &got);
   if (err != 0) return IoError("read", err);
+  *body = buffer.data();
+  *len = n;
   return Status::OK();
 }
 
@@ -370,15 +391,22 @@ Status DecodeWithItems(const char* data, size_t len, PObject* out, std::vector<I
 }
 
 Status ReadItemsFrame(int fd, PObject* out, std::vector<ItemRecord>* items) {
-  std::string body;
-  ORVEL_RETURN_IF_ERROR(ReadFrameBody(fd, &body, nullptr));
-  return DecodeWithItems(body.data(), body.size(), out, items);
+  const char* body = nullptr;
+  size_t len = 0;
+  ORVEL_RETURN_IF_ERROR(ReadFrameBody(fd, &body, &len, nullptr));
+  Status st = DecodeWithItems(body, len, out, items);
+  TrimFrameBuffer(&ThreadFrameBuffer());
+  return st;
 }
 
 Status WriteFrame(int fd, const PObject& value) {
-  std::string frame(4, '\0');  // the length, filled in below
-  frame.reserve(4096);
+  std::string& frame = ThreadOutBuffer();
+  frame.assign(4, '\0');  // the length, filled in below
   EncodeInto(value, &frame);
+  struct Trim {
+    std::string* frame;
+    ~Trim() { TrimFrameBuffer(frame); }
+  } trim{&frame};
   if (frame.size() - 4 > kMaxFrameBytes) return Status(kErrTooLargeToAnswer, "message too large");
   const uint32_t n = static_cast<uint32_t>(frame.size() - 4);
   frame[0] = static_cast<char>(n >> 24);
@@ -398,9 +426,12 @@ Status WriteFrame(int fd, const PObject& value) {
 }
 
 Status ReadFrame(int fd, PObject* out, bool* eof) {
-  std::string body;
-  ORVEL_RETURN_IF_ERROR(ReadFrameBody(fd, &body, eof));
-  return Decode(body.data(), body.size(), out);
+  const char* body = nullptr;
+  size_t len = 0;
+  ORVEL_RETURN_IF_ERROR(ReadFrameBody(fd, &body, &len, eof));
+  Status st = Decode(body, len, out);
+  TrimFrameBuffer(&ThreadFrameBuffer());
+  return st;
 }
 
 PObject OkAnswer(PObject result) {
