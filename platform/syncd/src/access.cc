@@ -273,7 +273,7 @@ Status AccessOfNode(RequestContext& ctx, const Node& node, Access* out) {
   return Evaluate(ctx, chain, out);
 }
 
-Status AccessItemRecords(RequestContext& ctx, const std::vector<Access>& items, bool permissions,
+Status AccessItemRecords(RequestContext& ctx, std::vector<Access> items, bool permissions,
                          std::vector<ItemRecord>* records) {
   records->clear();
   records->reserve(items.size());
@@ -284,24 +284,25 @@ Status AccessItemRecords(RequestContext& ctx, const std::vector<Access>& items, 
   ItemMarks marks;
   if (!IsVisitor(ctx))
     ORVEL_RETURN_IF_ERROR(ctx.store->browse()->MarksAmong(ctx.caller.user.name, ids, &marks));
-  for (const Access& a : items) {
+  for (Access& a : items) {
     // The path on the server is the owner's to see; members and link visitors get "".
-    const std::string tpx_path = a.role == Role::kOwner ? AccessDiskPath(ctx.d->layout, a) : "";
-    ItemRecord f = MakeFileInfo(a.node, a.view_path, tpx_path, a.owner);
-    if (a.node.parent_id.empty() && a.role != Role::kOwner) f.name = a.owner.name;
+    std::string tpx_path = a.role == Role::kOwner ? AccessDiskPath(ctx.d->layout, a) : "";
+    const bool root = a.node.parent_id.empty();
+    ItemRecord f = MakeFileInfo(std::move(a.node), std::move(a.view_path), std::move(tpx_path), a.owner);
+    if (root && a.role != Role::kOwner) f.name = a.owner.name;
     f.capabilities = CapabilitiesFor(a.role);
-    f.starred = marks.starred.count(a.node.file_id) > 0;
-    f.shared = marks.shared.count(a.node.file_id) > 0;
-    auto range = marks.labels.equal_range(a.node.file_id);
+    f.starred = marks.starred.count(f.file_id) > 0;
+    f.shared = marks.shared.count(f.file_id) > 0;
+    auto range = marks.labels.equal_range(f.file_id);
     for (auto it = range.first; it != range.second; ++it)
       f.labels.push_back(LabelInfo{it->second.label_id, it->second.name, it->second.color});
     if (permissions && a.role == Role::kOwner) {
       std::vector<Share> shares;
-      ORVEL_RETURN_IF_ERROR(ctx.store->browse()->SharesOf(a.node.file_id, &shares));
+      ORVEL_RETURN_IF_ERROR(ctx.store->browse()->SharesOf(f.file_id, &shares));
       for (const Share& s : shares)
         f.permissions.push_back(PermissionInfo{std::to_string(s.id), s.kind, s.name, s.role, false});
       std::vector<SharingLink> links;
-      ORVEL_RETURN_IF_ERROR(ctx.store->browse()->LinksOf(a.node.file_id, &links));
+      ORVEL_RETURN_IF_ERROR(ctx.store->browse()->LinksOf(f.file_id, &links));
       for (const SharingLink& l : links)
         f.permissions.push_back(PermissionInfo{"link:" + l.token.substr(0, 8), "link", "", l.role, false});
     }
@@ -310,18 +311,17 @@ Status AccessItemRecords(RequestContext& ctx, const std::vector<Access>& items, 
   return Status::OK();
 }
 
-Status AccessRecords(RequestContext& ctx, const std::vector<Access>& items, bool permissions,
-                     PObject* array) {
+Status AccessRecords(RequestContext& ctx, std::vector<Access> items, bool permissions, PObject* array) {
   std::vector<ItemRecord> records;
-  ORVEL_RETURN_IF_ERROR(AccessItemRecords(ctx, items, permissions, &records));
+  ORVEL_RETURN_IF_ERROR(AccessItemRecords(ctx, std::move(items), permissions, &records));
   *array = PObject::MakeArray();
   for (const ItemRecord& f : records) array->push_back(ItemRecordToPObject(f));
   return Status::OK();
 }
 
-Status AccessItemsPacked(RequestContext& ctx, const std::vector<Access>& items, PObject* packed) {
+Status AccessItemsPacked(RequestContext& ctx, std::vector<Access> items, PObject* packed) {
   std::vector<ItemRecord> records;
-  ORVEL_RETURN_IF_ERROR(AccessItemRecords(ctx, items, false, &records));
+  ORVEL_RETURN_IF_ERROR(AccessItemRecords(ctx, std::move(items), false, &records));
   *packed = PackedItemRecords(records);
   return Status::OK();
 }

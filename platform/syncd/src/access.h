@@ -58,16 +58,16 @@ std::string AccessDiskPath(const Layout& layout, const Access& a);
 
 // The caller's records of items, with stars, labels and the shared flag
 // (one batch of queries for all of them); `permissions` adds the list of
-// shares and links (single-item answers).
-Status AccessItemRecords(RequestContext& ctx, const std::vector<Access>& items, bool permissions,
+// shares and links (single-item answers). The items' strings move into the
+// records.
+Status AccessItemRecords(RequestContext& ctx, std::vector<Access> items, bool permissions,
                          std::vector<ItemRecord>* records);
 // The same as wire values: an array of record maps, one record map, and the
 // listings' form, the array packed straight from the records (no map per
 // record; the same bytes on the wire).
-Status AccessRecords(RequestContext& ctx, const std::vector<Access>& items, bool permissions,
-                     PObject* array);
+Status AccessRecords(RequestContext& ctx, std::vector<Access> items, bool permissions, PObject* array);
 Status AccessRecord(RequestContext& ctx, const Access& item, PObject* record);
-Status AccessItemsPacked(RequestContext& ctx, const std::vector<Access>& items, PObject* packed);
+Status AccessItemsPacked(RequestContext& ctx, std::vector<Access> items, PObject* packed);
 
 // The folders above the item that the caller may see, from the top down.
 Status AccessAncestors(RequestContext& ctx, const Access& item, std::vector<Access>* out);

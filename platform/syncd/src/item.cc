@@ -10,8 +10,7 @@ Capabilities OwnerCapabilities() {
   return c;
 }
 
-ItemRecord MakeFileInfo(const Node& n, const std::string& view_path,
-                               const std::string& tpx_path, const UserRecord& owner) {
+ItemRecord MakeFileInfo(Node&& n, std::string view_path, std::string tpx_path, const UserRecord& owner) {
   ItemRecord f;
   f.sync_id = n.sync_id;
   f.max_id = n.max_id;
@@ -20,26 +19,31 @@ ItemRecord MakeFileInfo(const Node& n, const std::string& view_path,
   f.access_time = static_cast<uint32_t>(n.access_time);
   f.modified_time = static_cast<uint32_t>(n.modified_time);
   f.change_time = static_cast<uint32_t>(n.change_time);
-  f.parent_id = n.parent_id;
-  f.file_id = n.file_id;
-  f.permanent_link = n.permanent_link;
+  f.name = n.parent_id.empty() ? "mydrive" : std::move(n.name);
+  f.parent_id = std::move(n.parent_id);
+  f.file_id = std::move(n.file_id);
+  f.permanent_link = std::move(n.permanent_link);
   f.display_path = view_path;
-  f.path = view_path;
-  f.tpx_path = tpx_path;
-  f.name = n.parent_id.empty() ? "mydrive" : n.name;
-  f.hash = n.hash;
+  f.path = std::move(view_path);
+  f.tpx_path = std::move(tpx_path);
+  f.hash = std::move(n.hash);
   f.removed = n.removed;
   f.encrypted = n.encrypted;
   f.type = n.type;
-  f.properties = n.properties.empty() ? "{}" : n.properties;
-  f.app_properties = n.app_properties.empty() ? "{}" : n.app_properties;
+  f.properties = n.properties.empty() ? "{}" : std::move(n.properties);
+  f.app_properties = n.app_properties.empty() ? "{}" : std::move(n.app_properties);
   f.owner_name = owner.name;
   f.owner_display_name = owner.display_name.empty() ? owner.name : owner.display_name;
   f.owner_uid = owner.uid;
   f.capabilities = OwnerCapabilities();
   f.revisions = n.revisions;
-  f.content_type = n.content_type;
+  f.content_type = std::move(n.content_type);
   return f;
+}
+
+ItemRecord MakeFileInfo(const Node& n, const std::string& view_path, const std::string& tpx_path,
+                        const UserRecord& owner) {
+  return MakeFileInfo(Node(n), view_path, tpx_path, owner);
 }
 
 PObject MakeRecord(const Node& node, const std::string& view_path, const std::string& tpx_path,

@@ -20,6 +20,8 @@ Capabilities OwnerCapabilities();
 // tpx_path the real path on the server.
 ItemRecord MakeFileInfo(const Node& node, const std::string& view_path,
                                const std::string& tpx_path, const UserRecord& owner);
+// The same, taking node's strings and the paths instead of copying them.
+ItemRecord MakeFileInfo(Node&& node, std::string view_path, std::string tpx_path, const UserRecord& owner);
 PObject MakeRecord(const Node& node, const std::string& view_path, const std::string& tpx_path,
                    const UserRecord& owner);
 

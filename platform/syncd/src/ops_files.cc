@@ -170,7 +170,7 @@ Status OpListFile(RequestContext& ctx, const PObject& args, PObject* result) {
     std::vector<Access> children;
     children.reserve(rows.size());
     for (Node& n : rows) children.push_back(ChildAccess(ctx.d->layout, folder, std::move(n)));
-    ORVEL_RETURN_IF_ERROR(AccessItemsPacked(ctx, children, &items));
+    ORVEL_RETURN_IF_ERROR(AccessItemsPacked(ctx, std::move(children), &items));
   }
   (*result)["items"] = std::move(items);
   (*result)["total"] = static_cast<unsigned long long>(total);

@@ -150,7 +150,7 @@ Status AnswerNodes(RequestContext& ctx, const std::vector<Node>& rows, PObject* 
     items.push_back(std::move(a));
   }
   PObject array;
-  ORVEL_RETURN_IF_ERROR(AccessItemsPacked(ctx, items, &array));
+  ORVEL_RETURN_IF_ERROR(AccessItemsPacked(ctx, std::move(items), &array));
   (*result)["items"] = std::move(array);
   if (total) (*result)["total"] = static_cast<unsigned long long>(*total);
   return Status::OK();

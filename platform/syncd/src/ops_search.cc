@@ -220,7 +220,7 @@ Status OpSearch(RequestContext& ctx, const PObject& args, PObject* result) {
     snippets.push_back(h.snippet);
   }
   std::vector<ItemRecord> records;
-  ORVEL_RETURN_IF_ERROR(AccessItemRecords(ctx, items, false, &records));
+  ORVEL_RETURN_IF_ERROR(AccessItemRecords(ctx, std::move(items), false, &records));
   for (size_t i = 0; i < snippets.size(); ++i) records[i].content_snippet = snippets[i];
   (*result)["items"] = PackedItemRecords(records);
   (*result)["total"] = static_cast<unsigned long long>(total);

@@ -37,10 +37,11 @@ Status OpListAncestor(RequestContext& ctx, const PObject& args, PObject* result)
   ORVEL_RETURN_IF_ERROR(ResolveAccess(ctx, path, &item));
   std::vector<Access> chain;
   ORVEL_RETURN_IF_ERROR(AccessAncestors(ctx, item, &chain));
+  const size_t total = chain.size();
   PObject items;
-  ORVEL_RETURN_IF_ERROR(AccessItemsPacked(ctx, chain, &items));
+  ORVEL_RETURN_IF_ERROR(AccessItemsPacked(ctx, std::move(chain), &items));
   (*result)["items"] = std::move(items);
-  (*result)["total"] = static_cast<unsigned long long>(chain.size());
+  (*result)["total"] = static_cast<unsigned long long>(total);
   return Status::OK();
 }
 
