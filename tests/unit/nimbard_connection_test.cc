@@ -1,10 +1,12 @@
 // The client's daemon connections: one connection serves the clients of a
 // request one after another, a live client never shares its connection, and
-// a connection the daemon has closed is replaced, not reused.
+// a connection the daemon has closed is replaced, not reused, and a forked
+// child never takes its parent's.
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -129,6 +131,28 @@ TEST_F(DaemonConnection, ClosedConnectionIsReplaced) {
   while (daemon.hung_up() < 1) std::this_thread::yield();
   Nimbard client;
   EXPECT_EQ(1, CallOnce(client));
+  EXPECT_EQ(2, daemon.accepted());
+}
+
+// A child's call on the parent's cached connection would read the answer
+// meant for the parent (or the other way round).
+TEST_F(DaemonConnection, AForkedChildConnectsAnew) {
+  FakeDaemon daemon(path_, false);
+  {
+    Nimbard client;
+    EXPECT_EQ(1, CallOnce(client));
+  }
+  pid_t child = ::fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    Nimbard client;
+    ::_exit(CallOnce(client) == 1 ? 0 : 1);  // 1: its own connection's first answer
+  }
+  int status = 0;
+  ASSERT_EQ(child, ::waitpid(child, &status, 0));
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+  Nimbard client;
+  EXPECT_EQ(2, CallOnce(client));  // the parent's connection, untouched
   EXPECT_EQ(2, daemon.accepted());
 }
 

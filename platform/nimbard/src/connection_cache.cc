@@ -2,8 +2,10 @@
 #include "connection_cache.h"
 
 #include <poll.h>
+#include <pthread.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <mutex>
@@ -47,6 +49,23 @@ bool StillOpen(int fd) {
   return r == 0;
 }
 
+// The process's pid, asked of the kernel once and again in a forked child
+// (glibc does not cache it; every take and return of a connection asked).
+std::atomic<pid_t> g_pid{0};
+
+void RefreshPidInChild() { g_pid.store(::getpid(), std::memory_order_relaxed); }
+
+pid_t CurrentPid() {
+  static std::once_flag registered;
+  std::call_once(registered, [] { ::pthread_atfork(nullptr, nullptr, RefreshPidInChild); });
+  pid_t pid = g_pid.load(std::memory_order_relaxed);
+  if (pid == 0) {
+    pid = ::getpid();
+    g_pid.store(pid, std::memory_order_relaxed);
+  }
+  return pid;
+}
+
 }  // namespace
 
 std::string ConnectionKey(const std::string& path, unsigned timeout_seconds) {
@@ -61,7 +80,7 @@ std::string ConnectionKey(const std::string& path, unsigned timeout_seconds) {
 int TakeConnection(const std::string& key) {
   Cache& cache = TheCache();
   std::lock_guard<std::mutex> lock(cache.mu);
-  const pid_t pid = ::getpid();
+  const pid_t pid = CurrentPid();
   const auto now = std::chrono::steady_clock::now();
   int found = -1;
   std::vector<Entry> kept;
@@ -89,7 +108,7 @@ void ReturnConnection(const std::string& key, int fd) {
     ::close(fd);
     return;
   }
-  cache.entries.push_back(Entry{key, fd, ::getpid(), std::chrono::steady_clock::now()});
+  cache.entries.push_back(Entry{key, fd, CurrentPid(), std::chrono::steady_clock::now()});
 }
 
 }  // namespace orvel::client
