@@ -99,14 +99,10 @@ uint64_t ReadBE(const unsigned char* p, size_t n) {
   return v;
 }
 
-// Walks the msgpack bytes without building anything and refuses a message
-// whose arrays, maps, strings or binaries announce more than the bytes that
-// remain: the unpacker allocates a container's slots from its count before it
-// reads the elements, so a few bytes could otherwise ask for gigabytes. With
-// this check the unpacker's memory stays proportional to the message, and
-// the number of values (each a PObject of about a hundred bytes) is bounded.
-//
-// WalkValue walks the one value at *off and moves *off past it.
+// Walks the one msgpack value at data[*at] without building anything and
+// moves *at past it; false when the value's arrays, maps, strings or
+// binaries announce more than the bytes that remain, or it holds more than
+// kMaxFrameValues values.
 bool WalkValue(const char* data, size_t len, size_t* at) {
   const auto* p = reinterpret_cast<const unsigned char*>(data);
   size_t off = *at;
@@ -165,6 +161,11 @@ bool WalkValue(const char* data, size_t len, size_t* at) {
   return true;
 }
 
+// Refuses a message that WalkValue refuses. The unpacker allocates a
+// container's slots from its count before it reads the elements, so a few
+// bytes could otherwise ask for gigabytes; with this check its memory stays
+// proportional to the message, and the number of values (each a PObject of
+// about a hundred bytes) is bounded.
 bool ShapeFits(const char* data, size_t len) {
   size_t off = 0;
   return WalkValue(data, len, &off);
