@@ -214,6 +214,7 @@ Capabilities CapabilitiesFor(Role r) {
 
 Status ResolveAccess(RequestContext& ctx, const std::string& wire_path, Access* out) {
   *out = Access();
+  ReadSnapshot snapshot(ctx.store.get());  // the rows on the way, as of one moment
   if (!IsVisitor(ctx) && wire_path.compare(0, sizeof(kSharedPrefix) - 1, kSharedPrefix) == 0 &&
       (wire_path.size() == sizeof(kSharedPrefix) - 1 || wire_path[sizeof(kSharedPrefix) - 1] == '/'))
     return ResolveShared(ctx, wire_path, out);

@@ -13,6 +13,7 @@
 #include <mutex>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "db/pool.h"
@@ -48,6 +49,25 @@ class UserDirectory {
   std::vector<std::unique_ptr<UserDb>> idle_;
 };
 
+// Owners whose home row is known to exist. Homes are never removed, so the
+// set only grows; with it, making a caller's home is one look-up per daemon
+// life, and everything after may read in a snapshot (space.h).
+class KnownHomes {
+ public:
+  bool Contains(const std::string& owner) const {
+    std::lock_guard<std::mutex> lock(mu_);
+    return owners_.count(owner) != 0;
+  }
+  void Add(const std::string& owner) {
+    std::lock_guard<std::mutex> lock(mu_);
+    owners_.insert(owner);
+  }
+
+ private:
+  mutable std::mutex mu_;
+  std::unordered_set<std::string> owners_;
+};
+
 struct Daemon {
   SyncConfigMgr config;
   Layout layout;
@@ -62,6 +82,7 @@ struct Daemon {
   int64_t started = 0;
   // The service state and view 0's freeze flag, read by every request.
   ServiceState service;
+  KnownHomes homes;
 
   // Requests dispatched since start (admin_stats "requests"): lets a test
   // count the round trips a web request makes.

@@ -12,6 +12,7 @@
 #include "ops_links.h"
 #include "ops_revision.h"
 #include "ops_transfer.h"
+#include "space.h"
 
 namespace orvel::syncd {
 namespace {
@@ -72,6 +73,11 @@ Status Run(RequestContext& ctx, const OpSpec& op, const PObject& args, PObject* 
   if (op.flags & kOpCaller) ORVEL_RETURN_IF_ERROR(CheckCaller(ctx, op.flags));
   if (op.flags & (kOpStore | kOpEnabled | kOpWrite)) ORVEL_RETURN_IF_ERROR(ctx.d->pool->Acquire(&ctx.store));
   if (op.flags & (kOpEnabled | kOpWrite)) ORVEL_RETURN_IF_ERROR(CheckServiceState(ctx, op.flags));
+  // The caller's home exists before the op reads, so its reads can share
+  // one snapshot (making a home writes).
+  if ((op.flags & kOpCaller) && (op.flags & kOpEnabled) && (op.flags & kOpStore) &&
+      !ctx.caller.user.name.empty())
+    ORVEL_RETURN_IF_ERROR(MakeHomeOnce(*ctx.d, ctx.store.get(), ctx.caller.user.name));
   return op.handler(ctx, args, result);
 }
 

@@ -150,19 +150,17 @@ Status OpListFile(RequestContext& ctx, const PObject& args, PObject* result) {
   bool starred = false;
   ORVEL_RETURN_IF_ERROR(ParseListFilter(args["filter"], &q, &label_id, &starred));
 
-  Access folder;
-  ORVEL_RETURN_IF_ERROR(ResolveArgPath(ctx, args, &folder));
-  if (!folder.node.is_dir()) return Status(kErrNotFolder, "not a folder: " + folder.view_path);
-  q.parent_id = folder.node.file_id;
-
   std::vector<Node> rows;
   uint64_t total = 0;
   PObject items;
   {
-    // The page, its total and its items' marks from one snapshot (and one
-    // read lock instead of one per statement).
-    Transaction tx(ctx.store.get(), false);
-    ORVEL_RETURN_IF_ERROR(tx.status());
+    // The folder, its page, the total and the items' marks from one
+    // snapshot (and one read lock instead of one per statement).
+    ReadSnapshot snapshot(ctx.store.get());
+    Access folder;
+    ORVEL_RETURN_IF_ERROR(ResolveArgPath(ctx, args, &folder));
+    if (!folder.node.is_dir()) return Status(kErrNotFolder, "not a folder: " + folder.view_path);
+    q.parent_id = folder.node.file_id;
     if (starred || !label_id.empty())
       ORVEL_RETURN_IF_ERROR(ListMarkedChildren(ctx, q, label_id, starred, &rows, &total));
     else

@@ -80,6 +80,14 @@ Status EnsureHome(Daemon& d, Store* store, const std::string& owner, Node* root)
   return store->GetRoot(owner, root);
 }
 
+Status MakeHomeOnce(Daemon& d, Store* store, const std::string& owner) {
+  if (d.homes.Contains(owner)) return Status::OK();
+  Node root;
+  ORVEL_RETURN_IF_ERROR(EnsureHome(d, store, owner, &root));
+  d.homes.Add(owner);
+  return Status::OK();
+}
+
 namespace {
 
 // Walks components from root; stops before the last `skip_last` of them.

@@ -28,8 +28,13 @@ struct Resolved {
 };
 
 // The caller's root row; on first use creates homes/<user> and the row, and
-// indexes anything an administrator already put there.
+// indexes anything an administrator already put there. Creating is a write:
+// inside a read snapshot it fails, so the dispatcher makes a caller's home
+// (MakeHomeOnce) before an op's reads begin.
 Status EnsureHome(Daemon& d, Store* store, const std::string& owner, Node* root);
+
+// EnsureHome without the row, and without a look-up once d.homes has the owner.
+Status MakeHomeOnce(Daemon& d, Store* store, const std::string& owner);
 
 // Resolves a reference of the caller's. kErrNotFound (-502) when nothing is
 // there, kErrNotFolder (-1104) when a middle component is a file,
