@@ -337,6 +337,19 @@ TEST(RunAsRoot, SwitchesEffectiveIdsAndRestoresThem) {
     EXPECT_TRUE(root.ok());
   }
   EXPECT_EQ(geteuid(), 0u);
+  // A body that switches the ids itself is still put back to the saved ones.
+  ASSERT_EQ(setresgid(-1, 65534, -1), 0);
+  ASSERT_EQ(setresuid(-1, 65534, -1), 0);
+  {
+    orvel::module::RunAsRoot root("test", __LINE__);
+    ASSERT_TRUE(root.ok());
+    ASSERT_EQ(setresgid(-1, 100, -1), 0);
+    ASSERT_EQ(setresuid(-1, 100, -1), 0);
+  }
+  EXPECT_EQ(geteuid(), 65534u);
+  EXPECT_EQ(getegid(), 65534u);
+  ASSERT_EQ(setresuid(-1, 0, -1), 0);
+  ASSERT_EQ(setresgid(-1, 0, -1), 0);
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <mutex>
 
+#include "orvelcommon/request_stat.h"
 #include "orvelcommon/zemo_root.h"
 
 namespace {
@@ -29,7 +30,7 @@ bool Logger::IsNeedToLog(int level, const std::string& /*component*/) {
     file = g_debug_file;
   }
   struct stat st;
-  return !file.empty() && ::stat(file.c_str(), &st) == 0;
+  return !file.empty() && orvel::RequestStat(file, &st) == 0;
 }
 
 void Logger::LogMsg(int level, const std::string& component, const char* fmt, ...) {

@@ -9,6 +9,7 @@
 #include "cgi/dispatcher.h"
 #include "cgi/request_flow.h"
 #include "internal/log.h"
+#include "orvelcommon/request_stat.h"
 
 namespace zemo::cgi {
 
@@ -17,6 +18,9 @@ static constexpr char kLogSource[] = "entry";
 }  // namespace
 
 void ServeRequest(const CgiEnv& env, BodyInput* body, WorkerCache* cache) {
+  // The configuration, the user database and the debug switch are looked
+  // at once each in a request, however many layers ask.
+  orvel::RequestStatScope stats;
   ZEMO::APIResponse response;
   try {
     // The flow (its temp file, its lowered identity) ends before the answer

@@ -35,12 +35,20 @@ class StdinInput : public cgi::BodyInput {
   Connection* conn_;
 };
 
+// What the worker starts with and puts back after every request: its umask
+// and its folder (taken once, so a request costs no look-up of them).
+struct WorkerBase {
+  WorkerBase() : mask(::umask(022)), folder(::open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+    ::umask(mask);
+  }
+  mode_t mask;
+  io::ScopedFd folder;
+};
+
 // Everything a request may change in the process, put back when it ends.
 class RequestScope {
  public:
-  explicit RequestScope(Connection* conn)
-      : umask_(::umask(022)), cwd_(::open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)), stdio_(conn) {
-    ::umask(umask_);
+  RequestScope(Connection* conn, const WorkerBase& base) : base_(base), stdio_(conn) {
     io::ClearStop();
     SetRequestLinkGrant("");
     io::SetRawOutput(conn);
@@ -50,8 +58,8 @@ class RequestScope {
     std::fflush(stderr);
     io::SetRawOutput(nullptr);
     SetRequestLinkGrant("");
-    ::umask(umask_);
-    if (cwd_.valid() && ::fchdir(cwd_.get()) != 0) {
+    ::umask(base_.mask);
+    if (base_.folder.valid() && ::fchdir(base_.folder.get()) != 0) {
       WEBAPI_LOG(Logger::kError, "cannot return to the worker's folder: %s", std::strerror(errno));
     }
     io::ClearStop();
@@ -61,8 +69,7 @@ class RequestScope {
   bool ok() const { return stdio_.ok(); }
 
  private:
-  mode_t umask_;
-  io::ScopedFd cwd_;
+  const WorkerBase& base_;
   StdioStreams stdio_;  // last: the request's streams go first
 };
 
@@ -98,9 +105,9 @@ class DeferredCloses {
 
 // Serves one request whose parameters are in; false when the connection
 // cannot be used further.
-void ServeOne(Connection* conn, cgi::WorkerCache* cache) {
+void ServeOne(Connection* conn, const WorkerBase& base, cgi::WorkerCache* cache) {
   {
-    RequestScope scope(conn);
+    RequestScope scope(conn, base);
     if (!scope.ok()) {
       WEBAPI_LOG(Logger::kError, "cannot make the request's output streams: %s", std::strerror(errno));
     } else {
@@ -131,6 +138,7 @@ int RunWorker() {
   const cgi::ProcessIdentity start = cgi::ProcessIdentity::Current();
   orvel::KeepFreedHeapForReuse();
   cgi::WorkerCache cache;
+  const WorkerBase base;
   WEBAPI_LOG(Logger::kInfo, "FastCGI worker ready (%s)", start.ToString().c_str());
   DeferredCloses finished;
   while (!io::TerminateReceived()) {
@@ -146,7 +154,7 @@ int RunWorker() {
       orvel::Status st = conn.NextRequest(&got);
       if (!st.ok()) WEBAPI_LOG(Logger::kError, "FastCGI connection closed: %s", st.ToString().c_str());
       if (!st.ok() || !got) break;
-      ServeOne(&conn, &cache);
+      ServeOne(&conn, base, &cache);
       // Never serve a request with what another one left behind.
       cgi::ProcessIdentity now = cgi::ProcessIdentity::Current();
       if (!now.Same(start)) {

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include "internal/raw_output.h"
+#include "orvelcommon/request_stat.h"
 
 namespace zemo::io {
 
@@ -101,7 +102,7 @@ orvel::Status MakeDirs(const std::string& path, mode_t mode) {
 FileStamp FileStamp::Of(const std::string& path) {
   FileStamp s;
   struct stat st;
-  if (::stat(path.c_str(), &st) != 0) return s;
+  if (orvel::RequestStat(path, &st) != 0) return s;
   s.exists = true;
   s.dev = st.st_dev;
   s.ino = st.st_ino;

@@ -14,20 +14,25 @@ const gid_t kKeepGid = static_cast<gid_t>(-1);
 bool SetEuid(uid_t uid) { return setresuid(kKeep, uid, kKeep) == 0; }
 bool SetEgid(gid_t gid) { return setresgid(kKeepGid, gid, kKeepGid) == 0; }
 
-// Only root may change the group, so the user goes to 0 first.
-bool SwitchToRoot() {
-  if (geteuid() == 0 && getegid() == 0) return true;
-  if (geteuid() != 0 && !SetEuid(0)) return false;
-  if (getegid() != 0 && !SetEgid(0)) return false;
-  if (geteuid() != 0 && !SetEuid(0)) return false;
+// Only root may change the group, so the user goes to 0 first. The ids are
+// the ones just read by the constructor.
+bool SwitchToRoot(uid_t uid, gid_t gid) {
+  if (uid != 0 && !SetEuid(0)) return false;
+  if (gid != 0 && !SetEgid(0)) return false;
   return true;
 }
 
+// The body may have switched too, so the current ids are read again.
 bool SwitchBack(uid_t uid, gid_t gid) {
-  if (geteuid() == uid && getegid() == gid) return true;
-  if (geteuid() != 0 && geteuid() != uid && !SetEuid(0)) return false;
-  if (getegid() != gid && !SetEgid(gid)) return false;
-  if (geteuid() != uid && !SetEuid(uid)) return false;
+  uid_t now_uid = geteuid();
+  gid_t now_gid = getegid();
+  if (now_uid == uid && now_gid == gid) return true;
+  if (now_uid != 0 && now_uid != uid) {
+    if (!SetEuid(0)) return false;
+    now_uid = 0;
+  }
+  if (now_gid != gid && !SetEgid(gid)) return false;
+  if (now_uid != uid && !SetEuid(uid)) return false;
   return true;
 }
 
@@ -35,7 +40,7 @@ bool SwitchBack(uid_t uid, gid_t gid) {
 
 RunAsRoot::RunAsRoot(const char* source, int line)
     : source_(source), line_(line), saved_uid_(geteuid()), saved_gid_(getegid()) {
-  ok_ = SwitchToRoot();
+  ok_ = SwitchToRoot(saved_uid_, saved_gid_);
   if (!ok_) {
     syslog(LOG_AUTH | LOG_ERR, "%s:%d ERROR: %s(%d, %d)", source_, line_, kTag, 0, 0);
   }
