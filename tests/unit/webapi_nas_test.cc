@@ -10,6 +10,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "internal/request_user.h"
 #include "orvelcommon/sync_config.h"
 #include "orvelcommon/user_db.h"
 #include "zemo/nas.h"
@@ -190,6 +191,21 @@ TEST_F(NasHelpers, UserLookupsAndAppPrivilege) {
   EXPECT_EQ(1, rec->admin);
   ZEMOUserFree(rec);
   EXPECT_EQ(-1, ZEMOUserGet("nobody", &rec));
+
+  // While a request holds its caller, look-ups of that name answer from the
+  // record the session check read; other names, and the next request, read
+  // the database.
+  ASSERT_TRUE(db->GetUser("bob", &bob).ok());
+  {
+    zemo::RequestUserScope request(bob);
+    ASSERT_TRUE(db->SetFlag("bob", "app_privilege", true).ok());
+    ASSERT_TRUE(db->SetFlag("alice", "app_privilege", false).ok());
+    EXPECT_EQ(1, priv.Check("bob", "127.0.0.1"));
+    EXPECT_EQ(1, priv.Check("alice", "127.0.0.1"));
+    ASSERT_EQ(0, users.GetUserByName("bob", &user));
+    EXPECT_EQ(bob.uid, user.getUid());
+  }
+  EXPECT_EQ(0, priv.Check("bob", "127.0.0.1"));
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <mutex>
 
 #include "internal/io.h"
+#include "internal/request_user.h"
 #include "internal/log.h"
 #include "orvelcommon/sync_config.h"
 #include "orvelcommon/user_db.h"
@@ -63,8 +64,21 @@ orvel::Status WithUserDb(Fn fn) {
   return fn(s.db.get());
 }
 
+// The caller of the request being served, while RequestUserScope holds it.
+struct CallerOfRequest {
+  std::mutex mu;
+  bool held = false;
+  orvel::UserRecord user;
+};
+
+CallerOfRequest& Caller() {
+  static CallerOfRequest* caller = new CallerOfRequest;  // never destroyed: used until exit
+  return *caller;
+}
+
 // 0 and *out filled; 1 unknown user; -1 the database cannot be read.
 int LookupByName(const std::string& name, orvel::UserRecord* out) {
+  if (zemo::RequestUser(name, out)) return 0;
   orvel::Status st = WithUserDb([&](orvel::UserDb* db) { return db->GetUser(name, out); });
   if (st.ok()) return 0;
   if (st.code() == orvel::kErrNotFound) return 1;
@@ -73,6 +87,32 @@ int LookupByName(const std::string& name, orvel::UserRecord* out) {
 }
 
 }  // namespace
+
+namespace zemo {
+
+RequestUserScope::RequestUserScope(const orvel::UserRecord& caller) {
+  CallerOfRequest& c = Caller();
+  std::lock_guard<std::mutex> lock(c.mu);
+  c.user = caller;
+  c.held = true;
+}
+
+RequestUserScope::~RequestUserScope() {
+  CallerOfRequest& c = Caller();
+  std::lock_guard<std::mutex> lock(c.mu);
+  c.held = false;
+  c.user = orvel::UserRecord();
+}
+
+bool RequestUser(const std::string& name, orvel::UserRecord* out) {
+  CallerOfRequest& c = Caller();
+  std::lock_guard<std::mutex> lock(c.mu);
+  if (!c.held || c.user.name != name) return false;
+  *out = c.user;
+  return true;
+}
+
+}  // namespace zemo
 
 namespace SDK {
 

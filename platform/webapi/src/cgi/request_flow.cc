@@ -81,7 +81,10 @@ bool RequestFlow::ResolveCaller() {
   }
   SessionLimits limits{conf_.GetSessionIdleSeconds(), conf_.GetSessionMaxSeconds()};
   orvel::Status st = ResolveSession(env_, raw_, limits, users_, &session_);
-  if (st.ok()) return true;
+  if (st.ok()) {
+    if (!session_.login.user.empty()) caller_.reset(new RequestUserScope(session_.user));
+    return true;
+  }
   WEBAPI_LOG(Logger::kError, "session look-up: %s", st.ToString().c_str());
   return Fail(kErrInternal, "user database unavailable");
 }

@@ -19,6 +19,7 @@
 #include "cgi/identity.h"
 #include "cgi/session.h"
 #include "cgi/worker_cache.h"
+#include "internal/request_user.h"
 #include "orvelcommon/sync_config.h"
 #include "zemo/webapi.h"
 
@@ -64,6 +65,7 @@ class RequestFlow {
   std::unique_ptr<UserDbHandle> own_users_;  // CGI mode
   UserDbHandle* users_ = nullptr;
   ResolvedSession session_;
+  std::unique_ptr<RequestUserScope> caller_;  // while the caller is known
   ZEMO::APIRequest request_;
   ApiRegistry registry_;
   // Declared last so that it is undone first: root again before the temp

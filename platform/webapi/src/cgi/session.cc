@@ -103,6 +103,7 @@ orvel::Status ResolveSession(const CgiEnv& env, const RawParams& params, const S
   out->login.uid = static_cast<int>(user.uid);
   out->login.admin = user.admin;
   out->login.timed_out = rec.timed_out;
+  out->user = std::move(user);
   return orvel::Status::OK();
 }
 

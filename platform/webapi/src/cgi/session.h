@@ -45,6 +45,7 @@ struct ResolvedSession {
   ZEMO::LoginInfo login;  // "" / -1 when no valid session was presented
   std::string sid;        // the session found (also when timed out), else ""
                           // ("" too when its account may not act any more)
+  orvel::UserRecord user;  // the account, when login.user is set
 };
 
 // Resolves the caller. Errors only when the user database cannot be read
