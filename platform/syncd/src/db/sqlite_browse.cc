@@ -164,6 +164,7 @@ class SqliteBrowseStore : public BrowseStore {
       if (s.Step(&st)) any_star = s.Int(0) != 0, any_label = s.Int(1) != 0, any_share = s.Int(2) != 0;
       ORVEL_RETURN_IF_ERROR(st);
     }
+    if (!any_star && !any_share && !any_label) return Status::OK();
     std::string json = JsonArray(ids);
     if (any_star || any_share) {
       CachedStmt s = c_.Prepare(
