@@ -2,6 +2,7 @@
 #include "connection_cache.h"
 
 #include <poll.h>
+#include <sys/socket.h>
 #include <pthread.h>
 #include <unistd.h>
 
@@ -109,6 +110,23 @@ void ReturnConnection(const std::string& key, int fd) {
     return;
   }
   cache.entries.push_back(Entry{key, fd, CurrentPid(), std::chrono::steady_clock::now()});
+}
+
+bool LiveDaemon(const std::string& path, pid_t* pid, uid_t* uid) {
+  Cache& cache = TheCache();
+  std::lock_guard<std::mutex> lock(cache.mu);
+  const pid_t self = CurrentPid();
+  for (const Entry& e : cache.entries) {
+    if (e.pid != self || e.key.compare(0, path.size() + 1, path.c_str(), path.size() + 1) != 0) continue;
+    if (!StillOpen(e.fd)) continue;  // the next take drops it
+    struct ucred cred;
+    socklen_t len = sizeof(cred);
+    if (::getsockopt(e.fd, SOL_SOCKET, SO_PEERCRED, &cred, &len) != 0) continue;
+    *pid = cred.pid;
+    *uid = cred.uid;
+    return true;
+  }
+  return false;
 }
 
 }  // namespace orvel::client

@@ -9,6 +9,8 @@
 // no connection is ever shared by two clients at once. Thread-safe.
 #pragma once
 
+#include <sys/types.h>
+
 #include <string>
 
 namespace orvel::client {
@@ -24,5 +26,10 @@ int TakeConnection(const std::string& key);
 // Hands fd, positioned between two answers, back for reuse; it is closed
 // when the cache is full.
 void ReturnConnection(const std::string& key, int fd);
+
+// The process (pid and uid, as the kernel saw it accept) at the other end of
+// an idle connection to path that is still open: the daemon is running now.
+// False when no such connection is cached.
+bool LiveDaemon(const std::string& path, pid_t* pid, uid_t* uid);
 
 }  // namespace orvel::client

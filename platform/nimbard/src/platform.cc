@@ -9,14 +9,21 @@
 #include <cerrno>
 #include <mutex>
 
+#include "connection_cache.h"
 #include "nimbard/nimbard.h"
+#include "orvelcommon/state_page.h"
+#include "orvelcommon/zemo_root.h"
 
 namespace {
+
+constexpr char kServiceAddress[] = "unix:/tmp/cloud-syncservice";
+
+bool StateFromPage(std::string* status, bool* frozen);
 
 // A short-lived client for platform queries: no user, default time-out.
 int AskDaemon(const std::string& op, const PObject& args, PObject* result) {
   Nimbard client;
-  client.SetServer("unix:/tmp/cloud-syncservice", 0);
+  client.SetServer(kServiceAddress, 0);
   client.SetServerVersion(11061);
   client.SetTimeout(300);
   return client.Call(op, args, result);
@@ -48,13 +55,30 @@ void CloseDb(sqlite3** db) {
 }  // namespace
 
 int ServiceStatusGet(std::string& status, int /*flags*/) {
+  bool frozen = false;
+  if (StateFromPage(&status, &frozen)) return 0;
   PObject result;
   if (AskDaemon("status", PObject::MakeMap(), &result) < 0) return -1;
   status = result["status"].asString();
   return 0;
 }
 
+namespace {
+
+// The state from the daemon's page, when this process holds a live
+// connection to the daemon that wrote it (orvelcommon/state_page.h).
+bool StateFromPage(std::string* status, bool* frozen) {
+  const std::string path = orvel::ResolveSocketAddress(kServiceAddress);
+  pid_t pid = 0;
+  uid_t uid = 0;
+  if (!orvel::client::LiveDaemon(path, &pid, &uid)) return false;
+  return orvel::ReadStatePage(orvel::StatePagePath(path), pid, uid, status, frozen);
+}
+
+}  // namespace
+
 int ServiceStateGet(std::string& status, bool& frozen) {
+  if (StateFromPage(&status, &frozen)) return 0;
   PObject result;
   if (AskDaemon("status", PObject::MakeMap(), &result) < 0) return -1;
   status = result["status"].asString();

@@ -154,6 +154,14 @@ int Main(int argc, char** argv) {
   int unfinished = 0;
   RemoveStaleThumbTemps(d->layout.thumbs, &unfinished);
   if (unfinished) SLOG_INFO("removed %d unfinished thumbnails", unfinished);
+  // The state page before the socket: a client connected to this daemon
+  // only ever finds this daemon's page. Without it clients ask instead.
+  {
+    StoreLease store;
+    st = d->pool->Acquire(&store);
+    if (st.ok()) st = d->service.StartPage(store.get(), StatePagePath(socket_path));
+    if (!st.ok()) SLOG_WARN("no service state page: %s", st.ToString().c_str());
+  }
   // Listen first: clients that connect during reconciliation wait in the
   // backlog and are served once it is done.
   Server server(d.get());

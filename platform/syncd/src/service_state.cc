@@ -38,6 +38,7 @@ Status ServiceState::SetState(Store* store, const std::string& state) {
   ORVEL_RETURN_IF_ERROR(store->SetState("status", state));
   ORVEL_RETURN_IF_ERROR(tx.Commit());
   state_ = state;
+  if (page_) page_->Publish(state_, frozen0_);
   return Status::OK();
 }
 
@@ -49,6 +50,16 @@ Status ServiceState::SetFreeze(Store* store, uint32_t view_id, bool frozen) {
   ORVEL_RETURN_IF_ERROR(store->SetFreeze(view_id, frozen));
   ORVEL_RETURN_IF_ERROR(tx.Commit());
   if (view_id == 0) frozen0_ = frozen;
+  if (page_ && view_id == 0) page_->Publish(state_, frozen0_);
+  return Status::OK();
+}
+
+Status ServiceState::StartPage(Store* store, const std::string& path) {
+  std::lock_guard<std::mutex> lock(mu_);
+  ORVEL_RETURN_IF_ERROR(LoadLocked(store));
+  auto page = std::make_unique<StatePageWriter>();
+  ORVEL_RETURN_IF_ERROR(page->Create(path, state_, frozen0_));
+  page_ = std::move(page);
   return Status::OK();
 }
 

@@ -8,10 +8,12 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <string>
 
 #include "db/store.h"
+#include "orvelcommon/state_page.h"
 
 namespace orvel::syncd {
 
@@ -26,6 +28,9 @@ class ServiceState {
   // the rows.
   Status SetState(Store* store, const std::string& state);
   Status SetFreeze(Store* store, uint32_t view_id, bool frozen);
+  // Publishes the state and view 0's flag on the page at path from now on
+  // (orvelcommon/state_page.h), so that connected clients need not ask.
+  Status StartPage(Store* store, const std::string& path);
 
  private:
   // Reads the rows once; mu_ held.
@@ -35,6 +40,7 @@ class ServiceState {
   bool loaded_ = false;
   std::string state_ = "enabled";  // no row: enabled
   bool frozen0_ = false;
+  std::unique_ptr<StatePageWriter> page_;  // null until StartPage
 };
 
 }  // namespace orvel::syncd
