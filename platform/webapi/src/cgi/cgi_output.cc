@@ -1,6 +1,8 @@
 // CGI answer writing; see cgi_output.h. Not thread-safe.
 #include "cgi/cgi_output.h"
 
+#include <string_view>
+
 #include "zemo/json_text.h"
 
 namespace zemo::cgi {
@@ -20,26 +22,43 @@ std::string HeaderSafe(const std::string& s) {
 
 }  // namespace
 
-std::string EnvelopeText(const ZEMO::APIResponse& response) {
+namespace {
+
+constexpr char kHead[] = "{\"data\":";
+constexpr char kTail[] = ",\"success\":true}\n";
+
+// Hands the envelope to put in pieces, in order. A data text the module
+// wrote itself (a listing's items) goes between the two ends as it is: an
+// answer of 100 KB is not copied once more to be framed.
+template <class Put>
+void PutEnvelope(const ZEMO::APIResponse& response, Put put) {
   if (response.IsError() || !response.HasData()) {
-    return CompactJson(response.Envelope()) + "\n";
+    put(CompactJson(response.Envelope()) + "\n");
+    return;
+  }
+  if (!response.GetDataText().empty()) {
+    put(kHead);
+    put(response.GetDataText());
+    put(kTail);
+    return;
   }
   // The success envelope written around the data, so that a large answer is
   // not copied into a second tree first.
-  static const char kHead[] = "{\"data\":";
   std::string text = kHead;
-  if (!response.GetDataText().empty()) {
-    text.reserve(text.size() + response.GetDataText().size() + 32);
-    text += response.GetDataText();
-    text += ",\"success\":true}\n";
-    return text;
-  }
   text.reserve(64 * 1024);
   if (!AppendCompactJson(response.GetData(), &text)) {
     text.resize(sizeof(kHead) - 1);
     text += CompactJson(response.GetData());
   }
-  text += ",\"success\":true}\n";
+  text += kTail;
+  put(text);
+}
+
+}  // namespace
+
+std::string EnvelopeText(const ZEMO::APIResponse& response) {
+  std::string text;
+  PutEnvelope(response, [&text](std::string_view piece) { text += piece; });
   return text;
 }
 
@@ -53,9 +72,8 @@ void WriteAnswer(const ZEMO::APIResponse& response, FILE* out) {
     text += HeaderSafe(name) + ": " + HeaderSafe(value) + "\r\n";
   }
   text += "\r\n";
-  const std::string body = EnvelopeText(response);
   std::fwrite(text.data(), 1, text.size(), out);
-  std::fwrite(body.data(), 1, body.size(), out);
+  PutEnvelope(response, [out](std::string_view piece) { std::fwrite(piece.data(), 1, piece.size(), out); });
   std::fflush(out);
 }
 
