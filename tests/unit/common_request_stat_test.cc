@@ -1,11 +1,12 @@
 // The per-request stat memo: one look per path inside a request, every look
-// outside one.
+// outside one; in a persistent worker, no look while the folder is quiet.
 #include <gtest/gtest.h>
 
 #include <errno.h>
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <fstream>
 #include <string>
 
@@ -68,6 +69,42 @@ TEST_F(RequestStatTest, NestedScopesShareTheMemoUntilTheOutermostEnds) {
     EXPECT_EQ(Seen(), 2);
   }
   EXPECT_EQ(Seen(), 2);  // still the outer request
+}
+
+// The worker's mode: an answer outlives its request until anything happens
+// in the path's folder, and a change made between two requests is seen by
+// the second.
+TEST_F(RequestStatTest, BetweenRequestsAnAnswerIsKeptWhileItsFolderIsQuiet) {
+  orvel::KeepStatsBetweenRequests(true);
+  Write("ab");
+  auto looks_in_a_request = [this](long long* seen) {
+    const uint64_t before = orvel::RequestStatLooks();
+    orvel::RequestStatScope request;
+    *seen = Seen();
+    return orvel::RequestStatLooks() - before;
+  };
+  long long seen = 0;
+  EXPECT_EQ(looks_in_a_request(&seen), 1u);
+  EXPECT_EQ(looks_in_a_request(&seen), 0u);
+  EXPECT_EQ(seen, 2);
+
+  Write("abcd");  // rewritten in place
+  EXPECT_EQ(looks_in_a_request(&seen), 1u);
+  EXPECT_EQ(seen, 4);
+  const std::string other = dir_ + "/other";
+  std::ofstream(other) << "x";  // anything in the folder counts
+  EXPECT_EQ(looks_in_a_request(&seen), 1u);
+  ASSERT_EQ(std::rename(other.c_str(), path_.c_str()), 0);  // replaced by a rename
+  EXPECT_EQ(looks_in_a_request(&seen), 1u);
+  EXPECT_EQ(seen, 1);
+  ASSERT_EQ(::unlink(path_.c_str()), 0);
+  EXPECT_EQ(looks_in_a_request(&seen), 1u);
+  EXPECT_EQ(seen, -ENOENT);
+  EXPECT_EQ(looks_in_a_request(&seen), 0u);  // an absence is kept too
+
+  orvel::KeepStatsBetweenRequests(false);
+  EXPECT_EQ(looks_in_a_request(&seen), 1u);
+  EXPECT_EQ(looks_in_a_request(&seen), 1u);
 }
 
 }  // namespace

@@ -18,6 +18,7 @@
 #include "internal/log.h"
 #include "nimbard/platform.h"
 #include "orvelcommon/heap.h"
+#include "orvelcommon/request_stat.h"
 
 namespace zemo::fcgi {
 
@@ -137,6 +138,7 @@ int RunWorker() {
   if (fault != nullptr && std::strcmp(fault, "identity_restore") == 0) cgi::SetIdentityRestoreFault(true);
   const cgi::ProcessIdentity start = cgi::ProcessIdentity::Current();
   orvel::KeepFreedHeapForReuse();
+  orvel::KeepStatsBetweenRequests(true);  // the files every request checks, watched instead
   cgi::WorkerCache cache;
   const WorkerBase base;
   WEBAPI_LOG(Logger::kInfo, "FastCGI worker ready (%s)", start.ToString().c_str());
