@@ -2,8 +2,8 @@
 #include "connection_cache.h"
 
 #include <poll.h>
-#include <sys/socket.h>
 #include <pthread.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <atomic>

@@ -18,8 +18,6 @@ namespace {
 
 constexpr char kServiceAddress[] = "unix:/tmp/cloud-syncservice";
 
-bool StateFromPage(std::string* status, bool* frozen);
-
 // A short-lived client for platform queries: no user, default time-out.
 int AskDaemon(const std::string& op, const PObject& args, PObject* result) {
   Nimbard client;
@@ -27,6 +25,16 @@ int AskDaemon(const std::string& op, const PObject& args, PObject* result) {
   client.SetServerVersion(11061);
   client.SetTimeout(300);
   return client.Call(op, args, result);
+}
+
+// The state from the daemon's page, when this process holds a live
+// connection to the daemon that wrote it (orvelcommon/state_page.h).
+bool StateFromPage(std::string* status, bool* frozen) {
+  const std::string path = orvel::ResolveSocketAddress(kServiceAddress);
+  pid_t pid = 0;
+  uid_t uid = 0;
+  if (!orvel::client::LiveDaemon(path, &pid, &uid)) return false;
+  return orvel::ReadStatePage(orvel::StatePagePath(path), pid, uid, status, frozen);
 }
 
 std::mutex g_db_mu;
@@ -62,20 +70,6 @@ int ServiceStatusGet(std::string& status, int /*flags*/) {
   status = result["status"].asString();
   return 0;
 }
-
-namespace {
-
-// The state from the daemon's page, when this process holds a live
-// connection to the daemon that wrote it (orvelcommon/state_page.h).
-bool StateFromPage(std::string* status, bool* frozen) {
-  const std::string path = orvel::ResolveSocketAddress(kServiceAddress);
-  pid_t pid = 0;
-  uid_t uid = 0;
-  if (!orvel::client::LiveDaemon(path, &pid, &uid)) return false;
-  return orvel::ReadStatePage(orvel::StatePagePath(path), pid, uid, status, frozen);
-}
-
-}  // namespace
 
 int ServiceStateGet(std::string& status, bool& frozen) {
   if (StateFromPage(&status, &frozen)) return 0;

@@ -9,8 +9,8 @@
 #include <mutex>
 
 #include "internal/io.h"
-#include "internal/request_user.h"
 #include "internal/log.h"
+#include "internal/request_user.h"
 #include "orvelcommon/sync_config.h"
 #include "orvelcommon/user_db.h"
 #include "zemo/nas.h"
