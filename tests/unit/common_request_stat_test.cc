@@ -107,4 +107,54 @@ TEST_F(RequestStatTest, BetweenRequestsAnAnswerIsKeptWhileItsFolderIsQuiet) {
   EXPECT_EQ(looks_in_a_request(&seen), 1u);
 }
 
+// A path means another file when a folder or a link above its folder is
+// renamed, replaced or removed; nothing in the watched folder itself moves.
+TEST_F(RequestStatTest, BetweenRequestsAChangeAboveTheFolderIsSeen) {
+  orvel::KeepStatsBetweenRequests(true);
+  const std::string top = dir_ + "/top", conf = top + "/etc", held = dir_ + "/held";
+  ASSERT_EQ(::mkdir(top.c_str(), 0755), 0);
+  ASSERT_EQ(::mkdir(conf.c_str(), 0755), 0);
+  auto size_in_a_request = [](const std::string& path) {
+    orvel::RequestStatScope request;
+    struct stat st;
+    return orvel::RequestStat(path, &st) == 0 ? static_cast<long long>(st.st_size) : -errno;
+  };
+  auto fill = [](const std::string& path, size_t size) { std::ofstream(path) << std::string(size, 'x'); };
+  fill(conf + "/orvel.conf", 1);
+  const std::string path = top + "/etc/orvel.conf";
+  EXPECT_EQ(size_in_a_request(path), 1);
+  const uint64_t looks = orvel::RequestStatLooks();
+  ASSERT_EQ(::mkdir((dir_ + "/beside").c_str(), 0755), 0);  // not on the way: kept
+  EXPECT_EQ(size_in_a_request(path), 1);
+  EXPECT_EQ(orvel::RequestStatLooks(), looks);
+
+  // The folder two levels up renamed away and another put in its place.
+  ASSERT_EQ(std::rename(top.c_str(), held.c_str()), 0);
+  ASSERT_EQ(::mkdir(top.c_str(), 0755), 0);
+  ASSERT_EQ(::mkdir(conf.c_str(), 0755), 0);
+  fill(conf + "/orvel.conf", 2);
+  EXPECT_EQ(size_in_a_request(path), 2);
+  EXPECT_EQ(size_in_a_request(path), 2);  // watched anew: kept again
+  EXPECT_EQ(orvel::RequestStatLooks(), looks + 1);
+
+  // A link on the way replaced by a rename over it, as `ln -sfn` does.
+  const std::string link = dir_ + "/current", next = dir_ + "/next";
+  ASSERT_EQ(::symlink("held", link.c_str()), 0);
+  const std::string through_link = link + "/etc/orvel.conf";
+  EXPECT_EQ(size_in_a_request(through_link), 1);
+  ASSERT_EQ(::symlink("top", next.c_str()), 0);
+  ASSERT_EQ(std::rename(next.c_str(), link.c_str()), 0);
+  EXPECT_EQ(size_in_a_request(through_link), 2);
+
+  // The folder itself removed.
+  ASSERT_EQ(::unlink((conf + "/orvel.conf").c_str()), 0);
+  ASSERT_EQ(::rmdir(conf.c_str()), 0);
+  EXPECT_EQ(size_in_a_request(path), -ENOENT);
+
+  orvel::KeepStatsBetweenRequests(false);
+  ASSERT_EQ(::unlink(link.c_str()), 0);
+  ASSERT_EQ(::unlink((held + "/etc/orvel.conf").c_str()), 0);
+  for (const std::string& d : {held + "/etc", held, top, dir_ + "/beside"}) ASSERT_EQ(::rmdir(d.c_str()), 0) << d;
+}
+
 }  // namespace

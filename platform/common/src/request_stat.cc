@@ -14,6 +14,11 @@ namespace {
 // What changes a file or its name, or the folder itself.
 constexpr uint32_t kWatchMask = IN_ATTRIB | IN_CLOSE_WRITE | IN_CREATE | IN_DELETE | IN_DELETE_SELF |
                                 IN_MODIFY | IN_MOVE_SELF | IN_MOVED_FROM | IN_MOVED_TO;
+// What moves a path's meaning from above: a folder on the way (or a link on
+// the way, not followed) renamed, removed, or replaced by a rename over it
+// (which reaches the replaced inode as a change of its link count). Added to
+// whatever else the inode is watched for.
+constexpr uint32_t kPathMask = IN_ATTRIB | IN_DELETE_SELF | IN_MOVE_SELF | IN_DONT_FOLLOW | IN_MASK_ADD;
 
 struct Answer {
   std::string path;
@@ -23,18 +28,13 @@ struct Answer {
   bool kept;  // its folder is watched: may outlive the request
 };
 
-struct Watch {
-  std::string folder;
-  int wd;
-};
-
 // A handful of paths: vectors searched in order beat maps.
 struct Memo {
   std::mutex mu;
   int open = 0;  // scopes open (nested ones share the memo)
   std::vector<Answer> answers;
   int inotify = -1;  // >= 0 while answers are kept between requests
-  std::vector<Watch> watches;
+  std::vector<std::string> watched;  // folders watched, with the names above them
   uint64_t looks = 0;
 };
 
@@ -49,44 +49,52 @@ std::string FolderOf(const std::string& path) {
   return slash == 0 ? "/" : path.substr(0, slash);
 }
 
-// Watches path's folder (before its stat, so no change can fall between
-// the two); false when it cannot be watched. m.mu held.
+// Watches path's folder for changes in it, and the folder and every folder
+// above it (as named, links not followed) for being moved, removed or
+// replaced. Done before the stat, so no change can fall between the two;
+// false when some part cannot be watched. m.mu held.
 bool WatchFolderOf(Memo& m, const std::string& path) {
   const std::string folder = FolderOf(path);
-  for (const Watch& w : m.watches) {
-    if (w.folder == folder) return true;
+  for (const std::string& w : m.watched) {
+    if (w == folder) return true;
   }
-  int wd = ::inotify_add_watch(m.inotify, folder.c_str(), kWatchMask);
-  if (wd < 0) return false;
-  m.watches.push_back(Watch{folder, wd});
+  // The names on the way first: kWatchMask then replaces nothing, and a
+  // second folder below the same ones adds only its own.
+  for (std::string up = folder;; up = FolderOf(up)) {
+    if (::inotify_add_watch(m.inotify, up.c_str(), kPathMask) < 0) return false;
+    if (up == "/" || up == ".") break;
+  }
+  if (::inotify_add_watch(m.inotify, folder.c_str(), kWatchMask | IN_MASK_ADD) < 0) return false;
+  m.watched.push_back(folder);
   return true;
 }
 
-// Empties the event queue; true when anything had happened. A folder whose
-// watch ended (removed, or its file system unmounted) is watched anew when
-// next needed. m.mu held.
+// Empties the event queue; true when anything had happened. An event about
+// a watched inode itself rather than a name in it (moved, removed, replaced,
+// its watch ended, or the queue overflowed) may leave watches on inodes that
+// no longer lie on the paths: then every watch is dropped, to be set anew
+// when next needed. m.mu held.
 bool DrainEvents(Memo& m) {
   bool changed = false;
+  bool reset = false;
   alignas(struct inotify_event) char buf[4096];
   for (;;) {
     ssize_t n = ::read(m.inotify, buf, sizeof(buf));
-    if (n <= 0) {
-      if (n < 0 && errno == EINTR) continue;
-      return changed;
-    }
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) break;
     changed = true;
     for (ssize_t off = 0; off < n;) {
       const auto* e = reinterpret_cast<const struct inotify_event*>(buf + off);
-      if (e->mask & IN_IGNORED) {
-        for (size_t i = 0; i < m.watches.size(); ++i) {
-          if (m.watches[i].wd != e->wd) continue;
-          m.watches.erase(m.watches.begin() + static_cast<long>(i));
-          break;
-        }
-      }
+      if (e->len == 0) reset = true;
       off += static_cast<ssize_t>(sizeof(struct inotify_event) + e->len);
     }
   }
+  if (reset) {
+    ::close(m.inotify);
+    m.inotify = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);  // -1: every request looks again
+    m.watched.clear();
+  }
+  return changed;
 }
 
 }  // namespace
@@ -144,7 +152,7 @@ void KeepStatsBetweenRequests(bool on) {
   } else {
     ::close(m.inotify);
     m.inotify = -1;
-    m.watches.clear();
+    m.watched.clear();
   }
   if (m.open == 0) m.answers.clear();
   else for (Answer& a : m.answers) a.kept = false;

@@ -9,12 +9,12 @@
 // one version of each. Outside a scope every call goes to the kernel.
 //
 // KeepStatsBetweenRequests(true) (the FastCGI worker) also keeps answers
-// from one request to the next: each path's folder is watched with inotify,
-// and a request that finds any event queued drops every kept answer first.
-// The event is queued by the very call that changed the file, so a change
-// made before a request begins is seen by that request. What is not seen:
-// a folder above the watched one renamed or replaced (the configuration's
-// own folder, say); a change of the configuration moves the others.
+// from one request to the next: each path's folder is watched with inotify
+// for changes in it, and the folder and each folder above it (as named:
+// links on the way are watched, not followed) for being renamed, removed or
+// replaced. A request that finds any event queued drops every kept answer
+// first. The event is queued by the very call that made the change, so a
+// change made before a request begins is seen by that request.
 // Thread-safe.
 #pragma once
 
