@@ -192,6 +192,24 @@ TEST_F(SyncdDaemonTest, UnlinkJobsRemoveTempPathsOnly) {
   ASSERT_EQ(c->Call("job_push_unlink", args, nullptr), 0) << c->GetLastErrorMessage();
   for (int i = 0; i < 200 && Exists(victim); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(25));
   EXPECT_FALSE(Exists(victim));
+  // A folder and then a file in it, as a download queues them: the file is
+  // gone with its folder, which is not a refusal.
+  const std::string folder = Tmp() + "/download-1";
+  ASSERT_EQ(mkdir(folder.c_str(), 0755), 0);
+  std::ofstream(folder + "/part.bin") << "x";
+  for (const std::string& path : {folder, folder + "/part.bin"}) {
+    args["path"] = path;
+    ASSERT_EQ(c->Call("job_push_unlink", args, nullptr), 0) << c->GetLastErrorMessage();
+  }
+  const std::string last = Stage("last");  // queued after both: its removal means both ran
+  args["path"] = last;
+  ASSERT_EQ(c->Call("job_push_unlink", args, nullptr), 0);
+  for (int i = 0; i < 200 && Exists(last); ++i)
+    std::this_thread::sleep_for(std::chrono::milliseconds(25));
+  EXPECT_FALSE(Exists(folder));
+  std::ifstream log(root_ + "/syncd.log");
+  const std::string text((std::istreambuf_iterator<char>(log)), std::istreambuf_iterator<char>());
+  EXPECT_EQ(text.find("refused"), std::string::npos) << text;
 
   Put("/mydrive/mine.txt", "mine");
   args["path"] = Home("alice") + "/mine.txt";

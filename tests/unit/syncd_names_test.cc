@@ -136,6 +136,7 @@ class UnlinkPathTest : public ::testing::Test {
 TEST_F(UnlinkPathTest, OnlyStrictlyInsideTheTempFolder) {
   EXPECT_TRUE(CheckUnlinkPath(tmp_ + "/upload-1", tmp_).ok());
   EXPECT_TRUE(CheckUnlinkPath(tmp_ + "//upload-1/", tmp_).ok());
+  EXPECT_TRUE(CheckUnlinkPath(tmp_ + "/gone/x", tmp_).ok());  // nothing there to remove
   for (const std::string& p : {tmp_, tmp_ + "/", root_ + "/outside/x", tmp_ + "/../outside/x",
                                std::string("relative/x"), std::string("")}) {
     Status st = CheckUnlinkPath(p, tmp_);

@@ -1,6 +1,7 @@
 // See jobs.h.
 #include "jobs.h"
 
+#include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <ctime>
@@ -38,9 +39,16 @@ Status CheckUnlinkPath(const std::string& path, const std::string& tmp_dir) {
   std::string norm;
   for (const auto& c : parts) norm += "/" + c;
   if (norm == tmp_dir || !PathIsInside(norm, tmp_dir)) return refused;
+  // A folder that no longer exists holds nothing to remove (a download's
+  // file queued after its folder's removal ran); the removal itself opens
+  // beneath the temp folder without following links whatever comes later.
   std::string parent = norm.substr(0, norm.find_last_of('/'));
-  std::string real_tmp = RealPath(tmp_dir), real_parent = RealPath(parent);
-  if (real_tmp.empty() || real_parent.empty() || !PathIsInside(real_parent, real_tmp)) return refused;
+  const std::string real_parent = RealPath(parent);
+  const bool parent_gone = real_parent.empty() && errno == ENOENT;
+  const std::string real_tmp = RealPath(tmp_dir);
+  if (real_tmp.empty()) return refused;
+  if (parent_gone) return Status::OK();
+  if (real_parent.empty() || !PathIsInside(real_parent, real_tmp)) return refused;
   return Status::OK();
 }
 
@@ -90,9 +98,11 @@ int JobRunner::RunDue() {
     }
     if (jobs.empty()) return ran;
     for (const UnlinkJob& job : jobs) {
-      // Checked again: the folders may have changed since the push.
-      Status check = CheckUnlinkPath(job.path, d_->layout.tmp);
-      Status rm = check.ok() ? RemoveTmpPath(*d_, job.path) : check;
+      // The folders may have changed since the push: RemoveTmpPath opens
+      // beneath the temp folder without following links, so none can lead it
+      // out, and a path already gone (a download's file after its folder,
+      // which is queued too) is done.
+      Status rm = RemoveTmpPath(*d_, job.path);
       if (!rm.ok()) SLOG_WARN("unlink job %lld: %s", static_cast<long long>(job.id), rm.ToString().c_str());
       else SLOG_DEBUG("unlinked %s", job.path.c_str());
       st = store->DeleteUnlink(job.id);
