@@ -58,6 +58,7 @@ class HttpBenchSteps {
   double Download(const std::string& mydrive_path, uint64_t size) const;
   double StaticGet(const std::string& url_path) const;
   double Zip(const std::string& mydrive_path) const;
+  double RelayFloor(const std::string& mydrive_path) const;
   // Prints the peaks of one step; those of the memory run (and of the zip
   // step, for the archiver) also go into peak_kib_ for the targets.
   void PrintRss(const char* step, RssSampler* rss, bool memory_run);
