@@ -270,21 +270,27 @@ orvel::Status Connection::SendFile(int fd, uint64_t len, uint64_t* done) {
 
 orvel::Status Connection::SplicePipe(int in) {
   StreamPacing pacing(fd_.get());
+  // Bytes the pipe is known to hold: nobody else reads it, so what it held
+  // is still there until this loop takes it, and a record's length is known
+  // before its bytes go. Asked again only when what was known has gone.
+  size_t known = 0;
   for (;;) {
     if (broken_ || io::StopRequested()) return io::Error("splice", kWhat, EPIPE);
-    struct pollfd p = {in, POLLIN, 0};
-    int r = ::poll(&p, 1, -1);
-    if (r < 0 && errno == EINTR) continue;
-    if (r < 0) return io::LastError("poll", "pipe");
-    int avail = 0;
-    if (::ioctl(in, FIONREAD, &avail) != 0) return io::LastError("ioctl", "pipe");
-    if (avail <= 0) {
-      if (p.revents & (POLLHUP | POLLERR)) return orvel::Status::OK();  // writer done
-      continue;
+    if (known == 0) {
+      struct pollfd p = {in, POLLIN, 0};
+      int r = ::poll(&p, 1, -1);
+      if (r < 0 && errno == EINTR) continue;
+      if (r < 0) return io::LastError("poll", "pipe");
+      int avail = 0;
+      if (::ioctl(in, FIONREAD, &avail) != 0) return io::LastError("ioctl", "pipe");
+      if (avail <= 0) {
+        if (p.revents & (POLLHUP | POLLERR)) return orvel::Status::OK();  // writer done
+        continue;
+      }
+      known = static_cast<size_t>(avail);
     }
-    // What the pipe holds now moves as one record: its length is known
-    // before the bytes go, and nobody else reads the pipe.
-    size_t step = std::min<size_t>(static_cast<size_t>(avail), kStreamRecord);
+    size_t step = std::min<size_t>(known, kStreamRecord);
+    known -= step;
     ORVEL_RETURN_IF_ERROR(WriteHeader(kStdout, step));
     size_t sent = 0;
     while (sent < step) {
