@@ -14,6 +14,7 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "nimbard/nimbard.h"
 #include "orvelcommon/pobject.h"
@@ -90,8 +91,9 @@ class DaemonConnection : public ::testing::Test {
     ::rmdir(dir_.c_str());
   }
   // One client's call; the number the daemon gave it, or -1.
-  long long CallOnce(Nimbard& client) {
-    client.SetServer("unix:" + path_, 0);
+  long long CallOnce(Nimbard& client) { return CallAt(client, path_); }
+  long long CallAt(Nimbard& client, const std::string& path) {
+    client.SetServer("unix:" + path, 0);
     PObject result;
     if (client.Call("ping", PObject::MakeMap(), &result) < 0) return -1;
     return static_cast<long long>(result["served"].asUInt64());
@@ -154,6 +156,24 @@ TEST_F(DaemonConnection, AForkedChildConnectsAnew) {
   Nimbard client;
   EXPECT_EQ(2, CallOnce(client));  // the parent's connection, untouched
   EXPECT_EQ(2, daemon.accepted());
+}
+
+// Connections to other daemons (other paths) fill the cache: the one used
+// last is kept and the one idle longest makes room.
+TEST_F(DaemonConnection, AFullCacheDropsTheConnectionIdleLongest) {
+  std::vector<std::unique_ptr<FakeDaemon>> daemons;
+  std::vector<std::string> paths;
+  for (int i = 0; i < 5; ++i) {
+    paths.push_back(path_ + "-" + std::to_string(i));
+    daemons.push_back(std::make_unique<FakeDaemon>(paths.back(), false));
+    Nimbard client;
+    EXPECT_EQ(1, CallAt(client, paths.back()));
+  }
+  Nimbard last, first;
+  EXPECT_EQ(2, CallAt(last, paths[4]));   // kept
+  EXPECT_EQ(1, CallAt(first, paths[0]));  // dropped for the fifth
+  daemons.clear();
+  for (const std::string& p : paths) ::unlink(p.c_str());
 }
 
 }  // namespace

@@ -106,8 +106,10 @@ void ReturnConnection(const std::string& key, int fd) {
   Cache& cache = TheCache();
   std::lock_guard<std::mutex> lock(cache.mu);
   if (cache.entries.size() >= kMaxCached) {
-    ::close(fd);
-    return;
+    // The connection idle longest (entries are in the order they came back)
+    // makes room: the one just used is the likeliest to be used again.
+    ::close(cache.entries.front().fd);
+    cache.entries.erase(cache.entries.begin());
   }
   cache.entries.push_back(Entry{key, fd, CurrentPid(), std::chrono::steady_clock::now()});
 }

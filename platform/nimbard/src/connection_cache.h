@@ -23,8 +23,8 @@ std::string ConnectionKey(const std::string& path, unsigned timeout_seconds);
 // inherited over fork() are dropped, never returned.
 int TakeConnection(const std::string& key);
 
-// Hands fd, positioned between two answers, back for reuse; it is closed
-// when the cache is full.
+// Hands fd, positioned between two answers, back for reuse; when the cache
+// is full, the connection idle longest is closed to make room.
 void ReturnConnection(const std::string& key, int fd);
 
 // The process (pid and uid, as the kernel saw it accept) at the other end of
