@@ -58,8 +58,9 @@ bool WatchFolderOf(Memo& m, const std::string& path) {
   for (const std::string& w : m.watched) {
     if (w == folder) return true;
   }
-  // The names on the way first: kWatchMask then replaces nothing, and a
-  // second folder below the same ones adds only its own.
+  // The names on the way first. Every mask is added to what the inode is
+  // already watched for (IN_MASK_ADD), so a name shared with another
+  // folder's way, or the folder itself, keeps all it was watched for.
   for (std::string up = folder;; up = FolderOf(up)) {
     if (::inotify_add_watch(m.inotify, up.c_str(), kPathMask) < 0) return false;
     if (up == "/" || up == ".") break;

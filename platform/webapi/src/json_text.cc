@@ -46,13 +46,13 @@ void AppendEscapedByte(unsigned char c, std::string* out) {
 
 constexpr char kReplacement[] = "\xEF\xBF\xBD";  // U+FFFD
 
-// Well-formed UTF-8 is copied as it is; a byte that starts no well-formed
-// sequence (a name made on disk in another encoding) becomes U+FFFD, so the
-// answer is valid UTF-8 whatever the strings hold.
-// Runs go in as (pointer, length): the iterator-range append takes
+// Appends [run, p). As (pointer, length): the iterator-range append takes
 // std::string's general replace path, about twice the instructions.
 void AppendRun(const char* run, const char* p, std::string* out) { out->append(run, static_cast<size_t>(p - run)); }
 
+// Well-formed UTF-8 is copied as it is; a byte that starts no well-formed
+// sequence (a name made on disk in another encoding) becomes U+FFFD, so the
+// answer is valid UTF-8 whatever the strings hold.
 void AppendQuoted(const char* begin, const char* end, std::string* out) {
   out->push_back('"');
   const char* run = begin;
